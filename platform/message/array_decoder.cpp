@@ -1,0 +1,371 @@
+#include "message/array_decoder.h"
+
+#include <google/protobuf/wire_format_lite.h>
+
+#include <memory>
+#include <optional>
+
+#include "message/field_reader.h"
+#include "message/fields.h"
+#include "zorvandata/array_impl.h"
+#include "zorvandata/exception.h"
+#include "zorvandata/limits.h"
+#include "zorvandata/text.h"
+
+namespace foundation::protobuf {
+namespace {
+
+using namespace zorvandata;   // NOLINT: the vocabulary of this file
+using namespace array_field;  // NOLINT: the vocabulary of this file
+using google::protobuf::internal::WireFormatLite;
+
+// The fields of one message as they were read.
+struct Fields {
+  uint64_t type = 0;
+  std::optional<uint64_t> itemType;
+  Column dims, ints, reals, textLen, rows, colStarts, refs;
+  std::string_view elements, kinds, text, className;
+  std::vector<std::string> names;
+  ItemList children;
+};
+
+[[noreturn]] void malformed(const char* details) { throw MalformedMessageException(details); }
+
+void require(bool holds, const char* details) {
+  if (!holds) malformed(details);
+}
+
+ArrayType checkedType(uint64_t code) {
+  if (code > INT32_MAX || !isKnownCode(static_cast<int64_t>(code))) throw EArrayUnknownDataType();
+  return static_cast<ArrayType>(code);
+}
+
+// Takes the texts of a message one by one.
+class TextCursor {
+ public:
+  explicit TextCursor(const Fields& fields)
+      : lengths_(fields.textLen.bytes()), text_(fields.text) {}
+
+  std::optional<std::string_view> next() {
+    const uint64_t length = lengths_.next();
+    if (length == 0) return std::nullopt;
+    require(length - 1 <= text_.size(), "a text is longer than its column");
+    const std::string_view taken = text_.substr(0, length - 1);
+    checkUtf8(taken);
+    text_.remove_prefix(length - 1);
+    return taken;
+  }
+  std::string_view nextRow() {
+    const auto text = next();
+    require(text.has_value(), "a char row is missing");
+    return *text;
+  }
+  bool atEnd() { return lengths_.atEnd() && text_.empty(); }
+
+ private:
+  VarintCursor lengths_;
+  std::string_view text_;
+};
+
+template <class T>
+void appendInt(ItemList& items, int64_t value) {
+  const T narrow = static_cast<T>(value);
+  // Unsigned 64-bit values travel by their bits.
+  require(static_cast<int64_t>(narrow) == value, "an integer is out of its type's range");
+  items.appendScalar(narrow);
+}
+
+void appendInt(ItemList& items, ArrayType type, uint64_t zigZag) {
+  const int64_t value = WireFormatLite::ZigZagDecode64(zigZag);
+  switch (type) {
+    case ArrayType::LOGICAL:
+      return appendInt<bool>(items, value);
+    case ArrayType::INT8:
+      return appendInt<int8_t>(items, value);
+    case ArrayType::UINT8:
+      return appendInt<uint8_t>(items, value);
+    case ArrayType::INT16:
+      return appendInt<int16_t>(items, value);
+    case ArrayType::UINT16:
+      return appendInt<uint16_t>(items, value);
+    case ArrayType::INT32:
+      return appendInt<int32_t>(items, value);
+    case ArrayType::UINT32:
+      return appendInt<uint32_t>(items, value);
+    case ArrayType::INT64:
+      return appendInt<int64_t>(items, value);
+    case ArrayType::UINT64:
+      return appendInt<uint64_t>(items, value);
+    default:
+      malformed("items of this type do not travel as integers");
+  }
+}
+
+// Takes fixed-size values off the front of a column.
+const char* take(std::string_view& column, size_t size) {
+  require(column.size() >= size, "a column of numbers is too short");
+  const char* value = column.data();
+  column.remove_prefix(size);
+  return value;
+}
+
+class Decoder {
+ public:
+  Array array(std::string_view bytes, bool cut, int depth) {
+    if (depth > kMaxNesting) throw NestingTooDeepException();
+    Fields fields;
+    fields.children = ItemList(arena_);
+    readFields(bytes, cut, depth, fields);
+    return assemble(fields);
+  }
+
+ private:
+  void readFields(std::string_view bytes, bool cut, int depth, Fields& fields) {
+    FieldReader reader(bytes);
+    while (reader.next()) {
+      if (reader.number() == kChildren && reader.isMessage()) {
+        fields.children.append(array(reader.bytes(), reader.cut(), depth + 1));
+      } else {
+        readField(reader, fields);
+      }
+    }
+    require(cut || !reader.broken(), "its fields break off");
+  }
+
+  static void readField(const FieldReader& field, Fields& fields) {
+    switch (field.number()) {
+      case kType:
+        if (field.isVarint()) fields.type = field.value();
+        return;
+      case kItemType:
+        if (field.isVarint()) fields.itemType = field.value();
+        return;
+      case kDims:
+        return fields.dims.addVarints(field);
+      case kInts:
+        return fields.ints.addVarints(field);
+      case kReals:
+        return fields.reals.addFixed64(field);
+      case kTextLen:
+        return fields.textLen.addVarints(field);
+      case kRows:
+        return fields.rows.addVarints(field);
+      case kColStarts:
+        return fields.colStarts.addVarints(field);
+      case kRef:
+        return fields.refs.addVarints(field);
+      default:
+        if (field.isBytes()) readBytes(field, fields);
+    }
+  }
+
+  static void readBytes(const FieldReader& field, Fields& fields) {
+    switch (field.number()) {
+      case kElements:
+        fields.elements = field.bytes();
+        return;
+      case kKinds:
+        fields.kinds = field.bytes();
+        return;
+      case kText:
+        fields.text = field.bytes();
+        return;
+      case kClassName:
+        fields.className = field.bytes();
+        return;
+      case kNames:
+        checkUtf8(field.bytes());
+        fields.names.emplace_back(field.bytes());
+        return;
+      default:
+        return;
+    }
+  }
+
+  Array assemble(Fields& fields) {
+    const ArrayType type = checkedType(fields.type);
+    const Dimensions dims = readDimensions(fields);
+    if (isDense(type)) return makeDense(type, dims, denseBuffer(type, dims, fields.elements));
+    if (isSparse(type)) return sparse(type, dims, fields);
+    const size_t count = dims.elements();
+    switch (type) {
+      case ArrayType::ZORVAN_STRING:
+        return makeArray(type, dims, texts(fields, count, ArrayType::ZORVAN_STRING));
+      case ArrayType::ENUMERATION:
+        return makeArray(type, dims, texts(fields, count, type), layout(fields));
+      case ArrayType::HANDLE_OBJECT_REF:
+        return makeArray(type, dims, references(fields, count), layout(fields));
+      case ArrayType::CELL:
+        return makeArray(type, dims, items(fields, count));
+      case ArrayType::UNKNOWN:
+        return makeArray(type, dims, ItemList());
+      default:
+        return named(type, dims, fields);
+    }
+  }
+
+  static Dimensions readDimensions(const Fields& fields) {
+    return Dimensions(readVarints(fields.dims.bytes()));
+  }
+
+  static Buffer denseBuffer(ArrayType type, const Dimensions& dims, std::string_view elements) {
+    size_t bytes = 0;
+    if (__builtin_mul_overflow(dims.elements(), elementSize(type), &bytes) ||
+        bytes != elements.size()) {
+      throw InvalidDimensionsException("they do not match the payload");
+    }
+    if (type == ArrayType::LOGICAL) {
+      for (const char flag : elements) require(flag == 0 || flag == 1, "a logical is not 0 or 1");
+    }
+    return Buffer::copyOf(elements.data(), elements.size());
+  }
+
+  static Array sparse(ArrayType type, const Dimensions& dims, const Fields& fields) {
+    const ArrayType valueType = sparseValueType(type);
+    SparseContent content;
+    content.rows = readVarints(fields.rows.bytes());
+    content.columnStarts = readVarints(fields.colStarts.bytes());
+    require(!content.columnStarts.empty(), "a sparse array has no column starts");
+    content.values = denseBuffer(valueType, Dimensions::row(content.rows.size()), fields.elements);
+    return makeSparse(type, dims, std::move(content));
+  }
+
+  std::shared_ptr<const Layout> layout(Fields& fields) {
+    checkUtf8(fields.className);
+    if (fields.className.empty() && fields.names.empty()) return noNames_;
+    return makeLayout(std::string(fields.className), std::move(fields.names));
+  }
+
+  // Structs and objects: every name has an item in every element.
+  Array named(ArrayType type, const Dimensions& dims, Fields& fields) {
+    size_t count = 0;
+    if (__builtin_mul_overflow(fields.names.size(), dims.elements(), &count)) {
+      throw InvalidDimensionsException("they do not match the payload");
+    }
+    ItemList values = items(fields, count);
+    return makeArray(type, dims, std::move(values), layout(fields));
+  }
+
+  ItemList references(const Fields& fields, size_t count) {
+    ItemList list(arena_);
+    VarintCursor refs(fields.refs.bytes());
+    while (!refs.atEnd()) list.appendScalar(uint64_t{refs.next()});
+    require(list.size() == count, "the dimensions do not match the references");
+    return list;
+  }
+
+  ItemList items(Fields& fields, size_t count) {
+    ItemList list = fields.itemType        ? uniform(checkedType(*fields.itemType), fields, count)
+                    : fields.kinds.empty() ? std::move(fields.children)
+                                           : mixed(fields);
+    require(list.size() == count, "the dimensions do not match the items");
+    return list;
+  }
+
+  ItemList uniform(ArrayType type, Fields& fields, size_t count) {
+    if (type == ArrayType::STRUCT) return records(fields, count);
+    if (type == ArrayType::CHAR || type == ArrayType::ZORVAN_STRING) {
+      return texts(fields, count, type);
+    }
+    require(isDense(type), "items of this type do not lie in columns");
+    return fields.elements.empty() ? integers(type, fields) : scalars(type, fields.elements);
+  }
+
+  ItemList texts(const Fields& fields, size_t count, ArrayType type) {
+    require(count <= fields.textLen.bytes().size(), "the dimensions do not match the texts");
+    ItemList list(arena_);
+    list.reserve(count);
+    TextCursor texts(fields);
+    for (size_t i = 0; i < count; ++i) {
+      if (type == ArrayType::ZORVAN_STRING) {
+        list.appendString(texts.next());
+      } else if (type == ArrayType::CHAR) {
+        list.appendText(texts.nextRow());
+      } else {
+        list.appendString(texts.nextRow());
+      }
+    }
+    require(texts.atEnd(), "the dimensions do not match the texts");
+    return list;
+  }
+
+  ItemList integers(ArrayType type, const Fields& fields) {
+    ItemList list(arena_);
+    VarintCursor values(fields.ints.bytes());
+    while (!values.atEnd()) appendInt(list, type, values.next());
+    return list;
+  }
+
+  ItemList scalars(ArrayType type, std::string_view elements) {
+    const size_t size = elementSize(type);
+    require(elements.size() % size == 0, "the elements are no whole number of items");
+    ItemList list(arena_);
+    list.reserve(elements.size() / size);
+    while (!elements.empty()) appendScalar(list, type, take(elements, size));
+    return list;
+  }
+
+  static void appendScalar(ItemList& list, ArrayType type, const char* value) {
+    if (type == ArrayType::LOGICAL) require(*value == 0 || *value == 1, "a logical is not 0 or 1");
+    list.appendScalar(type, value);
+  }
+
+  ItemList mixed(const Fields& fields) {
+    ItemList list(arena_);
+    list.reserve(fields.kinds.size());
+    VarintCursor ints(fields.ints.bytes());
+    std::string_view reals = fields.reals.bytes();
+    TextCursor texts(fields);
+    size_t child = 0;
+    for (const char kind : fields.kinds) {
+      const auto code = static_cast<unsigned char>(kind);
+      const ArrayType type = checkedType(code);
+      if (code == kChildKind) {
+        require(child < fields.children.size(), "a child array is missing");
+        list.append(fields.children, child++);
+      } else if (type == ArrayType::CHAR) {
+        list.appendText(texts.nextRow());
+      } else if (type == ArrayType::ZORVAN_STRING) {
+        list.appendString(texts.next());
+      } else if (type == ArrayType::DOUBLE || type == ArrayType::COMPLEX_DOUBLE) {
+        list.appendScalar(type, take(reals, elementSize(type)));
+      } else {
+        appendInt(list, type, ints.next());
+      }
+    }
+    require(ints.atEnd() && reals.empty() && texts.atEnd() && child == fields.children.size(),
+            "the columns hold more than the kinds ask for");
+    return list;
+  }
+
+  // One cell of `count` items a name.
+  ItemList records(Fields& fields, size_t count) {
+    require(!fields.names.empty() && fields.children.size() == fields.names.size(),
+            "records need one column a name");
+    std::vector<Array> columns;
+    for (size_t i = 0; i < fields.names.size(); ++i) {
+      columns.push_back(fields.children.get(i));
+      require(columns[i].getType() == ArrayType::CELL && columns[i].getNumberOfElements() == count,
+              "a column of records has another length");
+    }
+    const auto names = makeLayout("", std::move(fields.names));
+    ItemList list(arena_);
+    list.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+      ItemList values(arena_);
+      values.reserve(columns.size());
+      for (const Array& column : columns) values.append(column.impl().items(), i);
+      list.append(makeArray(ArrayType::STRUCT, Dimensions::scalar(), std::move(values), names));
+    }
+    return list;
+  }
+
+  std::shared_ptr<Arena> arena_ = std::make_shared<Arena>();
+  std::shared_ptr<const Layout> noNames_ = makeLayout("", {});
+};
+
+}  // namespace
+
+Array decodeArray(std::string_view bytes, bool cut) { return Decoder().array(bytes, cut, 1); }
+
+}  // namespace foundation::protobuf

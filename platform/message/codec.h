@@ -1,0 +1,72 @@
+// The one codec between data arrays and messages.
+//
+// Encoding measures first and then writes forward into memory of exactly that size. Decoding reads
+// the bytes once, trusts none of them, and copies what it keeps. Both throw std::exception of
+// their own or of the data-array library; no state outlives a call.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "message/envelope.h"
+#include "zorvandata/array.h"
+
+namespace foundation::protobuf::common {
+
+// A message in the making. The envelope must live, unchanged, until write has returned.
+class EnvelopeEncoder {
+ public:
+  // Throws InvalidArrayTypeException when the envelope's arrays are no cell array,
+  // NestingTooDeepException, or std::length_error when the message would exceed 2 GiB.
+  explicit EnvelopeEncoder(const Envelope& envelope);
+
+  size_t size() const { return size_; }
+  // Writes size() bytes.
+  void write(uint8_t* out) const;
+
+ private:
+  const Envelope& envelope_;
+  std::vector<size_t> plan_;  // lengths and forms in writing order
+  size_t size_ = 0;
+};
+
+std::string encodeEnvelope(const Envelope& envelope);
+
+// Bytes of one array inside a message.
+struct ArrayBytes {
+  std::string_view bytes;
+  bool cut;  // the message ended before the array did
+};
+
+// A message whose arrays are still encoded; refers to the bytes it was read from.
+struct EnvelopeOutline {
+  std::vector<ArrayBytes> arrays;
+  std::optional<int32_t> nargout;
+  std::optional<EngineError> error;
+};
+
+// Reads the outline of either message. Bytes that are no message are not an error: what was read
+// before they broke off is kept.
+EnvelopeOutline readOutline(std::string_view bytes);
+
+// The outline's arrays as a 1-by-n cell array. Throws when an array makes no sense: dimensions
+// that overflow or do not match the payload, unknown type codes, indices out of range, malformed
+// fields, nesting beyond kMaxNesting. Memory stays within a small multiple of the bytes.
+zorvandata::Array decodeArrays(const EnvelopeOutline& outline);
+
+// Both together.
+Envelope decodeEnvelope(std::string_view bytes);
+
+}  // namespace foundation::protobuf::common
+
+namespace foundation::zorvandata::protobuf {
+
+// One ZORVAN_Array message.
+std::string encodeArray(const Array& array);
+Array decodeArray(std::string_view bytes);
+
+}  // namespace foundation::zorvandata::protobuf

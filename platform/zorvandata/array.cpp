@@ -1,0 +1,134 @@
+#include "zorvandata/array.h"
+
+#include <cstring>
+
+#include "zorvandata/array_impl.h"
+#include "zorvandata/element_references.h"
+#include "zorvandata/exception.h"
+
+namespace foundation::zorvandata {
+namespace {
+
+const ArrayImpl& unknownImpl() {
+  static const ArrayImpl impl(ArrayType::UNKNOWN, Dimensions(), ItemList());
+  return impl;
+}
+
+template <class T>
+bool equalElements(const Buffer& a, const Buffer& b, size_t count) {
+  const T* left = reinterpret_cast<const T*>(a.data());
+  const T* right = reinterpret_cast<const T*>(b.data());
+  for (size_t i = 0; i < count; ++i) {
+    if (left[i] != right[i]) return false;
+  }
+  return true;
+}
+
+bool equalBuffers(ArrayType type, const Buffer& a, const Buffer& b) {
+  if (a.size() != b.size()) return false;
+  const size_t count = a.size() / elementSize(type);
+  switch (type) {
+    case ArrayType::DOUBLE:
+      return equalElements<double>(a, b, count);
+    case ArrayType::SINGLE:
+      return equalElements<float>(a, b, count);
+    case ArrayType::COMPLEX_DOUBLE:
+      return equalElements<double>(a, b, 2 * count);
+    case ArrayType::COMPLEX_SINGLE:
+      return equalElements<float>(a, b, 2 * count);
+    default:
+      return a.size() == 0 || std::memcmp(a.data(), b.data(), a.size()) == 0;
+  }
+}
+
+bool equalImpls(const ArrayImpl& a, const ArrayImpl& b);
+
+bool equalItems(const ItemList& a, const ItemList& b, size_t i) {
+  const Item& left = a[i];
+  const Item& right = b[i];
+  if (left.form() != right.form()) return a.get(i) == b.get(i);
+  switch (left.form()) {
+    case Item::Form::kEmpty:
+    case Item::Form::kMissing:
+      return true;
+    case Item::Form::kScalar: {
+      const ArrayType type = left.type();
+      const size_t size = elementSize(type);
+      return type == right.type() && equalBuffers(type, Buffer::copyOf(left.scalarData(), size),
+                                                  Buffer::copyOf(right.scalarData(), size));
+    }
+    case Item::Form::kText:
+    case Item::Form::kString:
+      return left.utf8() == right.utf8();
+    case Item::Form::kArray:
+      break;
+  }
+  return &left.array() == &right.array() || equalImpls(left.array(), right.array());
+}
+
+bool equalLists(const ItemList& a, const ItemList& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (!equalItems(a, b, i)) return false;
+  }
+  return true;
+}
+
+bool equalLayouts(const Layout* a, const Layout* b) { return a == b || (a && b && *a == *b); }
+
+bool equalImpls(const ArrayImpl& a, const ArrayImpl& b) {
+  if (a.type() != b.type() || a.dimensions() != b.dimensions()) return false;
+  if (!equalLayouts(a.layout().get(), b.layout().get())) return false;
+  if (isDense(a.type())) return equalBuffers(a.type(), a.buffer(), b.buffer());
+  if (isSparse(a.type())) {
+    const SparseContent& left = a.sparse();
+    const SparseContent& right = b.sparse();
+    return left.rows == right.rows && left.columnStarts == right.columnStarts &&
+           equalBuffers(sparseValueType(a.type()), left.values, right.values);
+  }
+  return equalLists(a.items(), b.items());
+}
+
+}  // namespace
+
+Array::Array(const Array& other) noexcept : impl_(other.impl_) {
+  if (impl_) impl_->retain();
+}
+
+Array::~Array() {
+  if (impl_) impl_->release();
+}
+
+Array Array::adopt(ArrayImpl* impl) noexcept {
+  Array array;
+  array.impl_ = impl;
+  return array;
+}
+
+Array Array::share(const ArrayImpl& impl) noexcept {
+  impl.retain();
+  return adopt(const_cast<ArrayImpl*>(&impl));
+}
+
+const ArrayImpl& Array::impl() const { return impl_ ? *impl_ : unknownImpl(); }
+
+ArrayImpl& Array::mutableImpl() {
+  if (!impl_ || impl_->shared()) *this = adopt(new ArrayImpl(impl()));
+  return *impl_;
+}
+
+ArrayType Array::getType() const { return impl().type(); }
+std::vector<size_t> Array::getDimensions() const { return dimensions().toVector(); }
+size_t Array::getNumberOfElements() const { return impl().elements(); }
+const Dimensions& Array::dimensions() const { return impl().dimensions(); }
+
+ArrayReferenceExt Array::operator[](size_t index) const { return ArrayReferenceExt(*this, index); }
+ArrayElementRef Array::operator[](size_t index) { return ArrayElementRef(*this, index); }
+
+bool operator==(const Array& a, const Array& b) {
+  return a.sharesWith(b) || equalImpls(a.impl(), b.impl());
+}
+
+bool isSparse(const Array& array) { return isSparse(array.getType()); }
+
+}  // namespace foundation::zorvandata

@@ -1,0 +1,196 @@
+#include "zorvandata/item_list.h"
+
+#include <algorithm>
+
+#include "zorvandata/array_impl.h"
+#include "zorvandata/text.h"
+
+namespace foundation::zorvandata {
+namespace {
+
+constexpr size_t kFirstChunk = 64;
+constexpr size_t kLargestChunk = 64 * 1024;
+// Longer char rows stay arrays: storing them as text would convert them twice.
+constexpr size_t kLongestStoredRow = 4096;
+constexpr size_t kLongestText = UINT32_MAX;
+
+}  // namespace
+
+const char* Arena::store(const void* bytes, size_t size) {
+  if (chunks_.empty() || capacity_ - used_ < size) {
+    const size_t next = capacity_ ? std::min(2 * capacity_, kLargestChunk) : kFirstChunk;
+    const size_t capacity = std::max(next, size);
+    chunks_.emplace_back(new char[capacity]);
+    capacity_ = capacity;
+    used_ = 0;
+  }
+  char* place = chunks_.back().get() + used_;
+  if (size) std::memcpy(place, bytes, size);
+  used_ += size;
+  return place;
+}
+
+ArrayType Item::type() const {
+  switch (form_) {
+    case Form::kEmpty:
+      return ArrayType::DOUBLE;
+    case Form::kScalar:
+      return static_cast<ArrayType>(type_);
+    case Form::kText:
+      return ArrayType::CHAR;
+    case Form::kString:
+    case Form::kMissing:
+      return ArrayType::ZORVAN_STRING;
+    case Form::kArray:
+      break;
+  }
+  return array_->type();
+}
+
+ItemList::ItemList(const ItemList& other)
+    : items_(other.items_), arena_(other.arena_), handles_(other.handles_) {
+  if (handles_ == 0) return;
+  for (const Item& item : items_) {
+    if (item.form_ == Item::Form::kArray) item.array_->retain();
+  }
+}
+
+ItemList::~ItemList() {
+  if (handles_ == 0) return;
+  for (const Item& item : items_) {
+    if (item.form_ == Item::Form::kArray) item.array_->release();
+  }
+}
+
+void ItemList::swap(ItemList& other) noexcept {
+  items_.swap(other.items_);
+  arena_.swap(other.arena_);
+  std::swap(handles_, other.handles_);
+}
+
+Array ItemList::get(size_t i) const {
+  const Item& item = items_[i];
+  switch (item.form_) {
+    case Item::Form::kEmpty:
+      return makeDense(ArrayType::DOUBLE, Dimensions(), Buffer());
+    case Item::Form::kScalar:
+      return makeScalar(item.type(), item.scalarData());
+    case Item::Form::kText:
+      return makeCharRow(toUtf16(item.utf8()));
+    case Item::Form::kString:
+    case Item::Form::kMissing: {
+      ItemList text;
+      if (item.form_ == Item::Form::kString) {
+        text.appendString(item.utf8());
+      } else {
+        text.appendString(std::nullopt);
+      }
+      return makeArray(ArrayType::ZORVAN_STRING, Dimensions::scalar(), std::move(text));
+    }
+    case Item::Form::kArray:
+      break;
+  }
+  return Array::share(*item.array_);
+}
+
+void ItemList::set(size_t i, const Array& value) { put(i, itemOf(value)); }
+
+void ItemList::append(const Array& value) {
+  items_.emplace_back();
+  try {
+    set(items_.size() - 1, value);
+  } catch (...) {
+    items_.pop_back();
+    throw;
+  }
+}
+
+void ItemList::append(const ItemList& from, size_t i) {
+  Item item = from.items_[i];
+  const bool stored =
+      item.wide_ || item.form_ == Item::Form::kText || item.form_ == Item::Form::kString;
+  if (stored && from.arena_ != arena_) {
+    item.text_ = store(item.text_, item.wide_ ? elementSize(item.type()) : item.size_);
+  }
+  items_.push_back(item);
+  if (item.form_ == Item::Form::kArray) {
+    item.array_->retain();
+    ++handles_;
+  }
+}
+
+void ItemList::appendScalar(ArrayType type, const void* value) {
+  items_.push_back(scalarItem(type, value));
+}
+
+// Releases what the slot held and takes over the reference that the new item carries.
+void ItemList::put(size_t i, Item item) {
+  Item& slot = items_[i];
+  const Item old = slot;
+  slot = item;
+  handles_ += item.form_ == Item::Form::kArray;
+  if (old.form_ == Item::Form::kArray) {
+    --handles_;
+    old.array_->release();
+  }
+}
+
+Item ItemList::itemOf(const Array& value) {
+  const ArrayImpl& impl = value.impl();
+  const ArrayType type = impl.type();
+  const Dimensions& dims = impl.dimensions();
+  if (isDense(type) && type != ArrayType::CHAR && dims.isScalar()) {
+    return scalarItem(type, impl.buffer().data());
+  }
+  if (type == ArrayType::CHAR && dims.isRow() && dims.elements() <= kLongestStoredRow) {
+    const auto* units = reinterpret_cast<const char16_t*>(impl.buffer().data());
+    return textItem(Item::Form::kText, toUtf8({units, dims.elements()}));
+  }
+  if (type == ArrayType::ZORVAN_STRING && dims.isScalar()) {
+    const Item& text = impl.items()[0];
+    if (text.form_ == Item::Form::kMissing) return stringItem(std::nullopt);
+    return stringItem(text.utf8());
+  }
+  Item item;
+  item.form_ = Item::Form::kArray;
+  item.array_ = const_cast<ArrayImpl*>(&impl);
+  impl.retain();
+  return item;
+}
+
+Item ItemList::scalarItem(ArrayType type, const void* value) {
+  Item item;
+  item.form_ = Item::Form::kScalar;
+  item.type_ = static_cast<uint8_t>(type);
+  const size_t size = elementSize(type);
+  if (size <= sizeof(item.bits_)) {
+    std::memcpy(&item.bits_, value, size);
+  } else {
+    item.wide_ = true;
+    item.text_ = store(value, size);
+  }
+  return item;
+}
+
+Item ItemList::textItem(Item::Form form, std::string_view utf8) {
+  if (utf8.size() > kLongestText) throw std::bad_alloc();
+  Item item;
+  item.form_ = form;
+  item.size_ = static_cast<uint32_t>(utf8.size());
+  item.text_ = store(utf8.data(), utf8.size());
+  return item;
+}
+
+Item ItemList::stringItem(std::optional<std::string_view> utf8) {
+  if (utf8) return textItem(Item::Form::kString, *utf8);
+  Item item;
+  item.form_ = Item::Form::kMissing;
+  return item;
+}
+
+const char* ItemList::store(const void* bytes, size_t size) {
+  if (!arena_) arena_ = std::make_shared<Arena>();
+  return arena_->store(bytes, size);
+}
+
+}  // namespace foundation::zorvandata

@@ -1,0 +1,122 @@
+// The extension module py_pb: start-up and the two module functions.
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "bridge/data_array_protobuf_bridge.h"
+#include "module/keyword_args.h"
+#include "to_array/converter_factory.h"
+#include "to_python/create_py_object.h"
+#include "types/start_up.h"
+#include "util/py_object_guard.h"
+#include "util/python_api.h"
+#include "util/python_error.h"
+
+namespace PythonZorvanDataArray {
+namespace {
+
+using PythonUtil::PyObjectWithGuard;
+using zds::client::zorvandata::protobuf::mdata2protobuf;
+using zds::client::zorvandata::protobuf::protobuf2mdata;
+
+PyObject* fail(PyObject* type, const char* message) {
+  setPythonErrorStr(type, message);
+  return nullptr;
+}
+
+PyObject* toSerialized(PyObject* module, PyObject* args, PyObject* kwargs) {
+  if (!module) return fail(PyExc_ValueError, "Invalid module");
+  const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
+  if (keywords.failed) return nullptr;
+  if (!args || PyTuple_Size(args) != 1) {
+    return fail(PyExc_TypeError,
+                "py_to_serialized_str requires exactly one positional argument");
+  }
+  const auto values = createZorvanDataArray(PyTuple_GetItem(args, 0));
+  // A value that left an error pending has failed, whatever the converter returned.
+  if (!values || PyErr_Occurred()) return nullptr;
+  auto bytes = mdata2protobuf(*values, static_cast<long>(keywords.nargout));
+  return bytes ? bytes->release() : nullptr;
+}
+
+// A contiguous buffer parsed out of the arguments, held while this lives.
+class BufferArgument {
+ public:
+  explicit BufferArgument(PyObject* args) : held_(PyArg_ParseTuple(args, "y*", &view_) != 0) {}
+  ~BufferArgument() {
+    if (held_) PyBuffer_Release(&view_);
+  }
+  BufferArgument(const BufferArgument&) = delete;
+  BufferArgument& operator=(const BufferArgument&) = delete;
+
+  explicit operator bool() const { return held_; }
+  std::string_view bytes() const {
+    return {static_cast<const char*>(view_.buf), static_cast<size_t>(view_.len)};
+  }
+
+ private:
+  Py_buffer view_ = {};
+  bool held_;
+};
+
+PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
+  if (!module) return fail(PyExc_ValueError, "Module is null");
+  if (!args) return fail(PyExc_ValueError, "args is null");
+  std::optional<foundation::zorvandata::Array> result;
+  {
+    const BufferArgument data(args);
+    if (!data) return fail(PyExc_ValueError, "args invalid");
+    if (parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
+    // Copies what it keeps: the buffer need not outlive it.
+    result = protobuf2mdata(data.bytes());
+  }
+  return result ? createPyObject(*result) : nullptr;
+}
+
+// A function as the interpreter calls it: no C++ exception gets past it.
+template <PyObject* (*function)(PyObject*, PyObject*, PyObject*)>
+PyObject* guarded(PyObject* module, PyObject* args, PyObject* kwargs) noexcept {
+  try {
+    return function(module, args, kwargs);
+  } catch (...) {
+    PythonUtil::setPythonErrorFromException();
+    return nullptr;
+  }
+}
+
+template <PyObject* (*function)(PyObject*, PyObject*, PyObject*)>
+PyCFunction entry() {
+  return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(guarded<function>));
+}
+
+PyModuleDef* moduleDefinition() {
+  static PyMethodDef methods[] = {
+      {"py_to_serialized_str", entry<toSerialized>(), METH_VARARGS | METH_KEYWORDS,
+       "Convert tuple of Python objects to protobuf-serialized byte string."},
+      {"serialized_str_to_py", entry<toPython>(), METH_VARARGS | METH_KEYWORDS,
+       "Convert protobuf-serialized byte string to tuple of Python objects."},
+      {nullptr, nullptr, 0, nullptr}};
+  static PyModuleDef definition = {
+      PyModuleDef_HEAD_INIT, "py_pb", "py_pb", -1, methods, nullptr, nullptr, nullptr, nullptr};
+  return &definition;
+}
+
+// The API version that the module is created with, whatever headers it was built against.
+constexpr int kApiVersion = 1013;
+
+}  // namespace
+}  // namespace PythonZorvanDataArray
+
+PyMODINIT_FUNC PyInit_py_pb() {
+  using namespace PythonZorvanDataArray;  // NOLINT: the one function outside it
+  try {
+    initPythonZorvanDataArray();
+  } catch (const std::exception& error) {
+    setPythonErrorStr(PyExc_ValueError,
+                      std::string("Unable to initialize py_pb. Details: ") + error.what());
+    return nullptr;
+  }
+  PyObject* module = PyModule_Create2(moduleDefinition(), kApiVersion);
+  if (!module) return fail(PyExc_ValueError, "Unable to create module");
+  return module;
+}

@@ -1,0 +1,43 @@
+#include "to_array/buffer_converters.h"
+
+#include "to_array/numpy_info.h"
+#include "types/ndpy_array_bridge.h"
+#include "util/message_catalogue.h"
+#include "util/py_object_guard.h"
+#include "util/python_error.h"
+
+namespace PythonZorvanDataArray::detail {
+
+using foundation::zorvandata::Array;
+
+std::optional<Array> convertBufferToZDA(
+    PyObject* obj, const std::optional<ConvertToZorvanDataArray::Options>&) {
+  if (!PythonNdPyArray::ndpyCapsule) {
+    setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
+    return std::nullopt;
+  }
+  if (!obj) return std::nullopt;
+  const std::optional<bool> masked = hasMaskedElements(obj);
+  if (!masked) return std::nullopt;
+  if (*masked) {
+    setPythonErrorStr(PyExc_TypeError,
+                      "conversion of a masked array with masked elements to ZORVAN not supported");
+    return std::nullopt;
+  }
+  return PythonNdPyArray::arrayFromBuffer(obj);
+}
+
+std::optional<Array> NumpyNDArrayObjectToBuffer::convert(PyObject* obj,
+                                                         const std::optional<Options>& options) {
+  if (!obj) return std::nullopt;
+  if (numPyDtypeKindAsChar(obj) == 0) {
+    if (!PyErr_Occurred()) {
+      setPythonErrorStr(PyExc_AttributeError,
+                        formatMessage(AttributeNotRetrieved, "Unable to retrieve kind from string"));
+    }
+    return std::nullopt;
+  }
+  return convertBufferToZDA(obj, options);
+}
+
+}  // namespace PythonZorvanDataArray::detail

@@ -1,0 +1,126 @@
+#include "to_array/converter_factory.h"
+
+#include <array>
+
+#include "types/ndpy_array_bridge.h"
+#include "util/message_catalogue.h"
+#include "util/nesting_guard.h"
+#include "util/python_error.h"
+#include "util/type_names.h"
+
+namespace PythonZorvanDataArray {
+
+using foundation::zorvandata::Array;
+using foundation::zorvandata::ItemList;
+
+std::optional<Array> createZorvanDataArray(PyObject* obj) {
+  return detail::createZDA(obj, std::nullopt);
+}
+
+namespace detail {
+namespace {
+
+using Converter = std::shared_ptr<ConvertToZorvanDataArray>;
+
+void setUnsupported(const std::string& typeName) {
+  setPythonErrorStr(PyExc_TypeError, formatMessage(UnsupportedPythonData, typeName));
+}
+
+// The converters of the interpreter's own static types, found without looking at names. Those types
+// live as long as the process and cannot be renamed.
+class BuiltinConverters {
+ public:
+  explicit BuiltinConverters(const ConvertToZorvanDataArrayFactory::ConverterMap& map)
+      : rows_{{{&PyFloat_Type, map.at("float").converter},
+               {&PyLong_Type, map.at("int").converter},
+               {&PyUnicode_Type, map.at("str").converter},
+               {&PyBool_Type, map.at("bool").converter},
+               {&PyList_Type, map.at("list").converter},
+               {&PyTuple_Type, map.at("tuple").converter},
+               {&PyDict_Type, map.at("dict").converter},
+               {&PyComplex_Type, map.at("complex").converter}}} {}
+
+  // NULL when the type is none of them.
+  const Converter* find(PyTypeObject* type) const {
+    for (const Row& row : rows_) {
+      if (row.type == type) return &row.converter;
+    }
+    return nullptr;
+  }
+
+ private:
+  struct Row {
+    PyTypeObject* type;
+    Converter converter;
+  };
+  std::array<Row, 8> rows_;
+};
+
+const Converter* findBuiltin(const ConvertToZorvanDataArrayFactory::ConverterMap& map,
+                             PyObject* obj) {
+  static const BuiltinConverters builtins(map);
+  return builtins.find(Py_TYPE(obj));
+}
+
+}  // namespace
+
+ConvertToZorvanDataArrayFactory::ConverterMap ConvertToZorvanDataArrayFactory::converterMap;
+std::once_flag ConvertToZorvanDataArrayFactory::initFlag;
+
+void ConvertToZorvanDataArrayFactory::initConverterMap() { converterMap = makeConverterMap(); }
+
+bool ConvertToZorvanDataArrayFactory::hasConverter(const std::string& name) {
+  return converterMap.find(name) != converterMap.end();
+}
+
+std::string ConvertToZorvanDataArrayFactory::getTypeName(PyObject* obj) {
+  std::call_once(initFlag, initConverterMap);
+  if (!obj) {
+    setPythonErrorStr(PyExc_TypeError, formatMessage(NullNotSupported));
+    return "";
+  }
+  std::string name = typeNameOf(Py_TYPE(obj));
+  if (!name.empty()) return name;
+  setUnsupported(getUnqualifiedName(obj));
+  return "NULL";
+}
+
+std::shared_ptr<ConvertToZorvanDataArray> ConvertToZorvanDataArrayFactory::getConverter(
+    PyObject* obj) {
+  std::call_once(initFlag, initConverterMap);
+  const Converter& null = converterMap.at("NULL").converter;
+  if (!obj) return null;
+  if (const Converter* builtin = findBuiltin(converterMap, obj)) return *builtin;
+  const std::string name = getTypeName(obj);
+  if (PyErr_Occurred()) return null;
+  const auto found = converterMap.find(name);
+  if (found != converterMap.end()) {
+    const Entry& entry = found->second;
+    if (!entry.isReal || entry.isReal(obj)) return entry.converter;
+  } else if (!PythonNdPyArray::ndpyCapsule) {
+    setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
+    return null;
+  } else if (PythonNdPyArray::exportsBuffer(obj)) {
+    return converterMap.at("<buffer>").converter;
+  }
+  setUnsupported(name);
+  return null;
+}
+
+std::optional<Array> createZDA(PyObject* obj,
+                               const std::optional<ConvertToZorvanDataArray::Options>& options) {
+  if (!obj) {
+    setPythonErrorStr(PyExc_RuntimeError, formatMessage(NullNotSupported));
+    return std::nullopt;
+  }
+  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
+  if (!level) return std::nullopt;
+  return ConvertToZorvanDataArrayFactory::getConverter(obj)->convert(obj, options);
+}
+
+bool appendZDA(ItemList& items, PyObject* obj) {
+  return ConvertToZorvanDataArrayFactory::getConverter(obj)->appendTo(items, obj);
+}
+
+}  // namespace detail
+}  // namespace PythonZorvanDataArray

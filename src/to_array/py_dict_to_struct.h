@@ -1,0 +1,16 @@
+// A plain dict becomes a 1-by-1 struct with one field a key, in insertion order.
+#pragma once
+
+#include "to_array/convert_to_zorvan_data_array.h"
+
+namespace PythonZorvanDataArray::detail {
+
+// ValueError for a key that is no str, that is empty or cannot be encoded, and for a dict that is
+// a value of itself. Field names are not held to the engine's identifier rules.
+class PyDictToStruct final : public ConvertToZorvanDataArray {
+ public:
+  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
+                                                       const std::optional<Options>&) override;
+};
+
+}  // namespace PythonZorvanDataArray::detail

@@ -1,0 +1,77 @@
+// Which converter belongs to which Python type: the whole list of what can be sent.
+//
+// The keys are full type names. "NULL" and "<buffer>" are no type names but the keys of the
+// converters that everything else falls back to; no class reaches them by its name.
+#include "to_array/buffer_converters.h"
+#include "to_array/bytes_converters.h"
+#include "to_array/converter_factory.h"
+#include "to_array/nd_py_array_converters.h"
+#include "to_array/py_dict_to_struct.h"
+#include "to_array/scalar_converters.h"
+#include "to_array/sequence_converters.h"
+#include "to_array/text_converters.h"
+
+namespace PythonZorvanDataArray::detail {
+namespace {
+
+using Entry = ConvertToZorvanDataArrayFactory::Entry;
+
+template <class Converter>
+Entry use(bool (*isReal)(PyObject*) = nullptr) {
+  return {std::make_shared<Converter>(), isReal};
+}
+
+bool isNone(PyObject* obj) { return obj == Py_None; }
+bool isNever(PyObject*) { return false; }
+
+#define ZORVAN_IS(name, type) \
+  bool name(PyObject* obj) { return Py_TYPE(obj) == &(type); }
+ZORVAN_IS(isFloat, PyFloat_Type)
+ZORVAN_IS(isComplexNumber, PyComplex_Type)
+ZORVAN_IS(isInt, PyLong_Type)
+ZORVAN_IS(isBool, PyBool_Type)
+ZORVAN_IS(isStr, PyUnicode_Type)
+ZORVAN_IS(isBytes, PyBytes_Type)
+ZORVAN_IS(isByteArray, PyByteArray_Type)
+ZORVAN_IS(isDict, PyDict_Type)
+ZORVAN_IS(isList, PyList_Type)
+ZORVAN_IS(isTuple, PyTuple_Type)
+ZORVAN_IS(isSet, PySet_Type)
+ZORVAN_IS(isMemoryView, PyMemoryView_Type)
+#undef ZORVAN_IS
+
+}  // namespace
+
+ConvertToZorvanDataArrayFactory::ConverterMap makeConverterMap() {
+  return {
+      {"float", use<PyFloatToDouble>(isFloat)},
+      {"complex", use<PyComplexToDouble>(isComplexNumber)},
+      {"int", use<PyIntToInt64>(isInt)},
+      {"bool", use<PyBoolToLogical>(isBool)},
+      {"str", use<PyStrToCharOrString>(isStr)},
+      {"bytes", use<PyBytesToUint8>(isBytes)},
+      {"bytearray", use<PyByteArrayToUint8>(isByteArray)},
+      {"dict", use<PyDictToStruct>(isDict)},
+      {"list", use<PyListToCell>(isList)},
+      {"tuple", use<PyTupleToCell>(isTuple)},
+      {"set", use<PySetToCell>(isSet)},
+      {"NoneType", use<PyNoneToError>(isNone)},
+      {"memoryview", use<BufferProtocolObjectToBuffer>(isMemoryView)},
+      {"NULL", use<NullToError>(isNever)},
+      {"zorvan.double", use<NdPyDoubleToDouble>()},
+      {"zorvan.single", use<NdPySingleToSingle>()},
+      {"zorvan.int8", use<NdPyInt8ToInt8>()},
+      {"zorvan.int16", use<NdPyInt16ToInt16>()},
+      {"zorvan.int32", use<NdPyInt32ToInt32>()},
+      {"zorvan.int64", use<NdPyInt64ToInt64>()},
+      {"zorvan.uint8", use<NdPyUint8ToUint8>()},
+      {"zorvan.uint16", use<NdPyUint16ToUint16>()},
+      {"zorvan.uint32", use<NdPyUint32ToUint32>()},
+      {"zorvan.uint64", use<NdPyUint64ToUint64>()},
+      {"zorvan.logical", use<NdPyLogicalToLogical>()},
+      {"<buffer>", use<BufferProtocolObjectToBuffer>(isNever)},
+      {"numpy.ndarray", use<NumpyNDArrayObjectToBuffer>()},
+  };
+}
+
+}  // namespace PythonZorvanDataArray::detail

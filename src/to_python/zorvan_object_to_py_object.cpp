@@ -1,0 +1,47 @@
+#include "to_python/zorvan_object_to_py_object.h"
+
+#include "to_python/converter_factory.h"
+#include "types/zorvan_object_type.h"
+#include "util/py_object_guard.h"
+
+namespace PythonZorvanDataArray::detail {
+
+using foundation::zorvandata::Array;
+using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::codeOf;
+using PythonUtil::PyObjectWithGuard;
+
+PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
+  if (isSparse(array)) {
+    setSparseError();
+    return nullptr;
+  }
+  switch (array.getType()) {
+    case ArrayType::VALUE_OBJECT:
+      return convertValueObject(array);
+    case ArrayType::HANDLE_OBJECT_REF:
+      return convertToGenericZorvanDotObject(array);
+    default:
+      setUnsupportedTypeError(array.getType());
+      return nullptr;
+  }
+}
+
+PyObject* ZorvanObjectToPyObject::convertValueObject(const Array& array) const {
+  const std::string& className = array.impl().layout()->className;
+  if (className == "missing") return Py_NewRef(Py_None);
+  return convertToGenericZorvanDotObject(array);
+}
+
+PyObject* ZorvanObjectToPyObject::convertToGenericZorvanDotObject(const Array& array) const {
+  auto object =
+      PyObjectWithGuard::owned(zorvanObject_new_internal(zorvanObjectType, nullptr, nullptr));
+  if (!object) return nullptr;
+  ZorvanObject& record = *zorvanObjectRecord(object.get());
+  record.array = array;
+  record.typeCode = codeOf(array.getType());
+  record.dims = array.getDimensions();
+  return object.release();
+}
+
+}  // namespace PythonZorvanDataArray::detail
