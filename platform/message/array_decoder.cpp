@@ -112,7 +112,8 @@ const char* take(std::string_view& column, size_t size) {
 class Decoder {
  public:
   Array array(std::string_view bytes, bool cut, int depth) {
-    if (depth > kMaxNesting) throw NestingTooDeepException();
+    // One level more than arrays may have: the innermost may be a value that lies inline.
+    if (depth > kMaxNesting + 1) throw NestingTooDeepException();
     Fields fields;
     fields.children = ItemList(arena_);
     readFields(bytes, cut, depth, fields);
@@ -198,7 +199,7 @@ class Decoder {
       case ArrayType::CELL:
         return makeArray(type, dims, items(fields, count));
       case ArrayType::UNKNOWN:
-        return makeArray(type, dims, ItemList());
+        return dims.isScalar() ? unknownScalar_ : makeArray(type, dims, ItemList());
       default:
         return named(type, dims, fields);
     }
@@ -238,10 +239,13 @@ class Decoder {
 
   // Structs and objects: every name has an item in every element.
   Array named(ArrayType type, const Dimensions& dims, Fields& fields) {
+    require(fields.itemType != static_cast<uint64_t>(ArrayType::STRUCT),
+            "only a cell can hold records");
     size_t count = 0;
     if (__builtin_mul_overflow(fields.names.size(), dims.elements(), &count)) {
       throw InvalidDimensionsException("they do not match the payload");
     }
+    if (type == ArrayType::STRUCT && dims.isScalar() && fields.names.empty()) return emptyStruct_;
     ItemList values = items(fields, count);
     return makeArray(type, dims, std::move(values), layout(fields));
   }
@@ -338,30 +342,38 @@ class Decoder {
     return list;
   }
 
-  // One cell of `count` items a name.
+  // One cell of `count` items a name: the columns of a struct array.
   ItemList records(Fields& fields, size_t count) {
     require(!fields.names.empty() && fields.children.size() == fields.names.size(),
             "records need one column a name");
-    std::vector<Array> columns;
-    for (size_t i = 0; i < fields.names.size(); ++i) {
-      columns.push_back(fields.children.get(i));
-      require(columns[i].getType() == ArrayType::CELL && columns[i].getNumberOfElements() == count,
-              "a column of records has another length");
+    ItemList values(arena_);
+    for (size_t field = 0; field < fields.names.size(); ++field) {
+      appendColumn(values, fields.children.get(field), count);
     }
-    const auto names = makeLayout("", std::move(fields.names));
+    const Array structs = makeArray(ArrayType::STRUCT, Dimensions(count, 1), std::move(values),
+                                    makeLayout("", std::move(fields.names)));
     ItemList list(arena_);
     list.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-      ItemList values(arena_);
-      values.reserve(columns.size());
-      for (const Array& column : columns) values.append(column.impl().items(), i);
-      list.append(makeArray(ArrayType::STRUCT, Dimensions::scalar(), std::move(values), names));
-    }
+    for (size_t i = 0; i < count; ++i) list.appendElement(structs, i);
     return list;
   }
 
+  static void appendColumn(ItemList& values, const Array& column, size_t count) {
+    require(column.getType() == ArrayType::CELL && column.getNumberOfElements() == count,
+            "a column of records has another length");
+    values.reserve(values.size() + count);
+    const ItemList& items = column.impl().items();
+    for (size_t i = 0; i < count; ++i) {
+      require(items[i].form() != Item::Form::kElement, "a column of records holds records");
+      values.append(items, i);
+    }
+  }
+
   std::shared_ptr<Arena> arena_ = std::make_shared<Arena>();
+  // Values that a few bytes stand for are made once and shared.
   std::shared_ptr<const Layout> noNames_ = makeLayout("", {});
+  Array unknownScalar_ = makeArray(ArrayType::UNKNOWN, Dimensions::scalar(), ItemList());
+  Array emptyStruct_ = makeArray(ArrayType::STRUCT, Dimensions::scalar(), ItemList(), noNames_);
 };
 
 }  // namespace

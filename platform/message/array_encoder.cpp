@@ -1,8 +1,6 @@
 #include "message/array_encoder.h"
 
 #include "message/fields.h"
-#include "zorvandata/exception.h"
-#include "zorvandata/limits.h"
 #include "zorvandata/text.h"
 
 namespace foundation::protobuf {
@@ -60,8 +58,15 @@ unsigned char kindOf(const Item& item) {
 }
 
 bool isRecord(const Item& item) {
+  if (item.form() == Form::kElement) return !item.array().layout()->names.empty();
   return item.form() == Form::kArray && item.array().type() == ArrayType::STRUCT &&
          item.array().dimensions().isScalar() && !item.array().layout()->names.empty();
+}
+
+const Item& fieldOf(const Item& record, size_t field) {
+  const ArrayImpl& structs = record.array();
+  const size_t element = record.form() == Form::kElement ? record.element() : 0;
+  return structs.items()[structs.itemIndex(field, element)];
 }
 
 bool areRecords(const ItemSpan& items) {
@@ -83,7 +88,7 @@ bool all(const ItemSpan& items, Predicate&& holds) {
   return true;
 }
 
-ItemsForm chooseForm(const ItemSpan& items) {
+ItemsForm chooseForm(const ItemSpan& items, bool mayBeRecords) {
   const Form form = items[0].form();
   if (form == Form::kScalar) {
     const ArrayType type = items[0].type();
@@ -98,7 +103,7 @@ ItemsForm chooseForm(const ItemSpan& items) {
         })) {
       return kAsStrings;
     }
-  } else if (areRecords(items)) {
+  } else if (mayBeRecords && areRecords(items)) {
     return kAsRecords;
   }
   return all(items, [](const Item& i) { return kindOf(i) == kChildKind; }) ? kAsChildren : kAsMixed;
@@ -195,15 +200,15 @@ void putElements(Sink& sink, const ItemSpan& items) {
 }
 
 template <class Sink>
-void putChildren(Sink& sink, const ItemSpan& items, int depth) {
+void putChildren(Sink& sink, const ItemSpan& items) {
   for (size_t i = 0; i < items.count; ++i) {
     if (kindOf(items[i]) != kChildKind) continue;
-    sink.nested(kChildren, [&] { putItem(sink, items[i], depth + 1); });
+    sink.nested(kChildren, [&] { putItem(sink, items[i]); });
   }
 }
 
 template <class Sink>
-void putMixed(Sink& sink, const ItemSpan& items, int depth) {
+void putMixed(Sink& sink, const ItemSpan& items) {
   sink.nested(kKinds, [&] {
     for (size_t i = 0; i < items.count; ++i) {
       const unsigned char kind = kindOf(items[i]);
@@ -221,31 +226,38 @@ void putMixed(Sink& sink, const ItemSpan& items, int depth) {
     }
   });
   putTexts(sink, items);
-  putChildren(sink, items, depth);
+  putChildren(sink, items);
+}
+
+// Only a cell may hold records: the names of a struct or an object are its own. A column of records
+// may not, or a few bytes could stand for any number of structs.
+template <class Sink>
+void putItems(Sink& sink, const ItemSpan& items, bool mayBeRecords);
+
+template <class Sink>
+void putNames(Sink& sink, const Layout& layout) {
+  if (!layout.className.empty()) putText(sink, kClassName, layout.className);
+  for (const std::string& name : layout.names) putText(sink, kNames, name);
 }
 
 template <class Sink>
-void putItems(Sink& sink, const ItemSpan& items, int depth);
-
-template <class Sink>
-void putRecords(Sink& sink, const ItemSpan& records, int depth) {
-  const std::vector<std::string>& names = records[0].array().layout()->names;
-  for (const std::string& name : names) putText(sink, kNames, name);
+void putRecords(Sink& sink, const ItemSpan& records) {
+  const size_t names = records[0].array().layout()->names.size();
+  putNames(sink, *records[0].array().layout());
   std::vector<const Item*> column(records.count);
-  for (size_t field = 0; field < names.size(); ++field) {
-    for (size_t i = 0; i < records.count; ++i) column[i] = &records[i].array().items()[field];
+  for (size_t field = 0; field < names; ++field) {
+    for (size_t i = 0; i < records.count; ++i) column[i] = &fieldOf(records[i], field);
     sink.nested(kChildren, [&] {
       putHead(sink, ArrayType::CELL, Dimensions::row(records.count));
-      putItems(sink, {nullptr, column.data(), column.size()}, depth + 1);
+      putItems(sink, {nullptr, column.data(), column.size()}, false);
     });
   }
 }
 
 template <class Sink>
-void putItems(Sink& sink, const ItemSpan& items, int depth) {
-  if (depth > kMaxNesting) throw NestingTooDeepException();
+void putItems(Sink& sink, const ItemSpan& items, bool mayBeRecords) {
   if (items.count == 0) return;
-  switch (sink.choice([&] { return chooseForm(items); })) {
+  switch (sink.choice([&] { return chooseForm(items, mayBeRecords); })) {
     case kAsElements:
       putEnum(sink, kItemType, items[0].type());
       return putElements(sink, items);
@@ -257,12 +269,12 @@ void putItems(Sink& sink, const ItemSpan& items, int depth) {
       putEnum(sink, kItemType, items[0].type());
       return putTexts(sink, items);
     case kAsMixed:
-      return putMixed(sink, items, depth);
+      return putMixed(sink, items);
     case kAsRecords:
       putEnum(sink, kItemType, ArrayType::STRUCT);
-      return putRecords(sink, items, depth);
+      return putRecords(sink, items);
     default:
-      return putChildren(sink, items, depth);
+      return putChildren(sink, items);
   }
 }
 
@@ -291,10 +303,21 @@ void putCharRow(Sink& sink, std::string_view utf8) {
   });
 }
 
+// One element of a struct array as a struct of its own.
+template <class Sink>
+void putElement(Sink& sink, const Item& item) {
+  const Layout& layout = *item.array().layout();
+  putHead(sink, ArrayType::STRUCT, Dimensions::scalar());
+  putNames(sink, layout);
+  std::vector<const Item*> fields(layout.names.size());
+  for (size_t field = 0; field < fields.size(); ++field) fields[field] = &fieldOf(item, field);
+  putItems(sink, {nullptr, fields.data(), fields.size()}, false);
+}
+
 }  // namespace
 
 template <class Sink>
-void putItem(Sink& sink, const Item& item, int depth) {
+void putItem(Sink& sink, const Item& item) {
   switch (item.form()) {
     case Form::kEmpty:
       return putHead(sink, ArrayType::DOUBLE, Dimensions());
@@ -308,31 +331,30 @@ void putItem(Sink& sink, const Item& item, int depth) {
     case Form::kMissing:
       putHead(sink, ArrayType::ZORVAN_STRING, Dimensions::scalar());
       return putTexts(sink, {&item, nullptr, 1});
+    case Form::kElement:
+      return putElement(sink, item);
     case Form::kArray:
-      return putArray(sink, item.array(), depth);
+      return putArray(sink, item.array());
   }
 }
 
 template <class Sink>
-void putArray(Sink& sink, const ArrayImpl& array, int depth) {
+void putArray(Sink& sink, const ArrayImpl& array) {
   const ArrayType type = array.type();
   putHead(sink, type, array.dimensions());
   if (isDense(type)) return sink.nested(kElements, [&] { sink.buffer(array.buffer()); });
   if (isSparse(type)) return putSparse(sink, array.sparse());
-  if (const auto& layout = array.layout()) {
-    if (!layout->className.empty()) putText(sink, kClassName, layout->className);
-    for (const std::string& name : layout->names) putText(sink, kNames, name);
-  }
+  if (array.layout()) putNames(sink, *array.layout());
   if (type == ArrayType::HANDLE_OBJECT_REF) return putReferences(sink, array.items());
   if (type == ArrayType::ZORVAN_STRING || type == ArrayType::ENUMERATION) {
     return putTexts(sink, spanOf(array.items()));
   }
-  putItems(sink, spanOf(array.items()), depth);
+  putItems(sink, spanOf(array.items()), type == ArrayType::CELL);
 }
 
-template void putItem(MeasuringSink&, const Item&, int);
-template void putItem(WritingSink&, const Item&, int);
-template void putArray(MeasuringSink&, const ArrayImpl&, int);
-template void putArray(WritingSink&, const ArrayImpl&, int);
+template void putItem(MeasuringSink&, const Item&);
+template void putItem(WritingSink&, const Item&);
+template void putArray(MeasuringSink&, const ArrayImpl&);
+template void putArray(WritingSink&, const ArrayImpl&);
 
 }  // namespace foundation::protobuf

@@ -81,11 +81,10 @@ class WritingSink {
   uint8_t* out_;
 };
 
-// The fields of one ZORVAN_Array message for an item or an array. `depth` counts the arrays
-// around it, itself included; throws NestingTooDeepException beyond kMaxNesting.
+// The fields of one ZORVAN_Array message for an item or an array.
 template <class Sink>
-void putItem(Sink& sink, const zorvandata::Item& item, int depth);
+void putItem(Sink& sink, const zorvandata::Item& item);
 template <class Sink>
-void putArray(Sink& sink, const zorvandata::ArrayImpl& array, int depth);
+void putArray(Sink& sink, const zorvandata::ArrayImpl& array);
 
 }  // namespace foundation::protobuf

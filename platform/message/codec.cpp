@@ -45,7 +45,7 @@ void putError(Sink& sink, const EngineError& error) {
 template <class Sink>
 void putEnvelope(Sink& sink, const Envelope& envelope) {
   for (const auto& item : envelope.arrays.impl().items()) {
-    sink.nested(envelope_field::kArrays, [&] { putItem(sink, item, 1); });
+    sink.nested(envelope_field::kArrays, [&] { putItem(sink, item); });
   }
   if (envelope.nargout) putNumber(sink, envelope_field::kNargout, *envelope.nargout);
   if (envelope.error) {
@@ -146,11 +146,11 @@ namespace foundation::zorvandata::protobuf {
 std::string encodeArray(const Array& array) {
   std::vector<size_t> plan;
   foundation::protobuf::MeasuringSink measure(plan);
-  putArray(measure, array.impl(), 1);
+  putArray(measure, array.impl());
   if (measure.size() > INT_MAX) throw std::length_error("array message exceeds the limit of 2 GiB");
   std::string bytes(measure.size(), '\0');
   foundation::protobuf::WritingSink write(plan, reinterpret_cast<uint8_t*>(bytes.data()));
-  putArray(write, array.impl(), 1);
+  putArray(write, array.impl());
   return bytes;
 }
 

@@ -21,7 +21,7 @@ namespace foundation::protobuf::common {
 class EnvelopeEncoder {
  public:
   // Throws InvalidArrayTypeException when the envelope's arrays are no cell array,
-  // NestingTooDeepException, or std::length_error when the message would exceed 2 GiB.
+  // or std::length_error when the message would exceed 2 GiB.
   explicit EnvelopeEncoder(const Envelope& envelope);
 
   size_t size() const { return size_; }

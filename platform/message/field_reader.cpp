@@ -65,12 +65,12 @@ bool FieldReader::readValue(uint32_t tag) {
 }
 
 bool FieldReader::readBytes() {
-  uint32_t length = 0;
-  if (!stream_.ReadVarint32(&length)) return false;
+  uint64_t length = 0;
+  if (!stream_.ReadVarint64(&length)) return false;
   const void* data = nullptr;
   int available = 0;
   if (!stream_.GetDirectBufferPointer(&data, &available)) available = 0;
-  cut_ = length > static_cast<uint32_t>(available);
+  cut_ = length > static_cast<uint64_t>(available);
   broken_ = cut_;
   const int taken = cut_ ? available : static_cast<int>(length);
   field_ = {static_cast<const char*>(data), static_cast<size_t>(taken)};

@@ -46,7 +46,12 @@ bool equalImpls(const ArrayImpl& a, const ArrayImpl& b);
 bool equalItems(const ItemList& a, const ItemList& b, size_t i) {
   const Item& left = a[i];
   const Item& right = b[i];
-  if (left.form() != right.form()) return a.get(i) == b.get(i);
+  if (left.form() != right.form()) {
+    const auto isInline = [](const Item& item) {
+      return item.form() != Item::Form::kArray && item.form() != Item::Form::kElement;
+    };
+    return !(isInline(left) && isInline(right)) && a.get(i) == b.get(i);
+  }
   switch (left.form()) {
     case Item::Form::kEmpty:
     case Item::Form::kMissing:
@@ -60,6 +65,8 @@ bool equalItems(const ItemList& a, const ItemList& b, size_t i) {
     case Item::Form::kText:
     case Item::Form::kString:
       return left.utf8() == right.utf8();
+    case Item::Form::kElement:
+      return a.get(i) == b.get(i);
     case Item::Form::kArray:
       break;
   }

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "zorvandata/exception.h"
+#include "zorvandata/text.h"
 
 namespace foundation::zorvandata {
 
@@ -17,8 +18,10 @@ bool operator==(const Layout& a, const Layout& b) {
 }
 
 std::shared_ptr<const Layout> makeLayout(std::string className, std::vector<std::string> names) {
+  checkUtf8(className);
   std::unordered_set<std::string_view> seen;
   for (const std::string& name : names) {
+    checkUtf8(name);
     if (name.empty()) throw InvalidFieldNameException("a name is empty");
     if (!seen.insert(name).second) throw InvalidFieldNameException("'" + name + "' stands twice");
   }
@@ -40,6 +43,11 @@ ArrayImpl::ArrayImpl(const ArrayImpl& other)
       dimensions_(other.dimensions_),
       layout_(other.layout_),
       content_(other.content_) {}
+
+int ArrayImpl::depth() const {
+  const auto* list = std::get_if<ItemList>(&content_);
+  return 1 + (list ? list->depth() : 0);
+}
 
 void ArrayImpl::release() const noexcept {
   if (owners_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;

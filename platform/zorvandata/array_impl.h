@@ -66,6 +66,9 @@ class ArrayImpl {
   const Dimensions& dimensions() const { return dimensions_; }
   size_t elements() const { return dimensions_.elements(); }
 
+  // How many levels of arrays this one is, itself included; at most kMaxNesting.
+  int depth() const;
+
   // Never null for types with names or a class.
   const std::shared_ptr<const Layout>& layout() const { return layout_; }
 

@@ -56,6 +56,13 @@ void writeField(Array& array, size_t index, const std::string& name, const Array
 
 void checkIndex(const Array& array, size_t index);
 
+// Sets an element to what another one of an array of the same type is: numbers, characters,
+// strings and cell elements; throws InvalidArrayTypeException for all others.
+void copyElement(Array& to, size_t toIndex, const Array& from, size_t fromIndex);
+
+// Throws InvalidFieldNameException when the property names another class than the objects'.
+void checkPropertyClass(const Array& objects, const ZorvanPropertyIdentifier& property);
+
 // The element as a 1-by-1 array of the same type; a cell's element as the array that it is.
 Array elementAsArray(const Array& array, size_t index);
 
@@ -126,6 +133,8 @@ class FieldElementRef {
     detail::writeField(*array_, index_, name_, value);
     return *this;
   }
+  FieldElementRef(const FieldElementRef&) = default;
+  FieldElementRef& operator=(const FieldElementRef& other) { return *this = Array(other); }
   operator Array() const {  // NOLINT: a cast is the interface
     return detail::readField(*array_, index_, name_);
   }
@@ -145,10 +154,18 @@ class ArrayElementRef : public ArrayReferenceExt {
     detail::writeElement(*target_, index_, value);
     return *this;
   }
+  ArrayElementRef(const ArrayElementRef&) = default;
+  // Copies the element that the other refers to.
+  ArrayElementRef& operator=(const ArrayElementRef& other) {
+    detail::copyElement(*target_, index_, *other.target_, other.index_);
+    return *this;
+  }
   FieldElementRef operator[](const ZorvanFieldIdentifier& field) {
     return {*target_, index_, field.getString()};
   }
+  // Throws InvalidFieldNameException for a property of another class.
   FieldElementRef operator[](const ZorvanPropertyIdentifier& property) {
+    detail::checkPropertyClass(*target_, property);
     return {*target_, index_, property.getPropertyName()};
   }
   FieldElementRef operator[](const char* name) { return {*target_, index_, name}; }

@@ -117,6 +117,23 @@ void writeField(Array& array, size_t index, const std::string& name, const Array
   impl.items().set(impl.itemIndex(field, index), held);
 }
 
+void copyElement(Array& to, size_t toIndex, const Array& from, size_t fromIndex) {
+  const ArrayType type = from.getType();
+  if (isDense(type)) {
+    const Buffer element = Buffer::copyOf(
+        from.impl().buffer().data() + fromIndex * elementSize(type), elementSize(type));
+    writeDenseElement(to, type, toIndex, element.data());
+  } else if (type == ArrayType::ZORVAN_STRING) {
+    writeElement(to, toIndex, readElement<std::optional<std::u16string>>(from, fromIndex));
+  } else {
+    writeElement(to, toIndex, readElement<Array>(from, fromIndex));
+  }
+}
+
+void checkPropertyClass(const Array& objects, const ZorvanPropertyIdentifier& property) {
+  checkClass(namesOf(objects), property);
+}
+
 Array elementAsArray(const Array& array, size_t index) {
   checkIndex(array, index);
   const ArrayImpl& impl = array.impl();

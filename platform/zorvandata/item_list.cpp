@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "zorvandata/array_impl.h"
+#include "zorvandata/element_references.h"
+#include "zorvandata/exception.h"
+#include "zorvandata/limits.h"
 #include "zorvandata/text.h"
 
 namespace foundation::zorvandata {
@@ -41,6 +44,7 @@ ArrayType Item::type() const {
     case Form::kString:
     case Form::kMissing:
       return ArrayType::ZORVAN_STRING;
+    case Form::kElement:
     case Form::kArray:
       break;
   }
@@ -48,17 +52,17 @@ ArrayType Item::type() const {
 }
 
 ItemList::ItemList(const ItemList& other)
-    : items_(other.items_), arena_(other.arena_), handles_(other.handles_) {
+    : items_(other.items_), arena_(other.arena_), handles_(other.handles_), depth_(other.depth_) {
   if (handles_ == 0) return;
   for (const Item& item : items_) {
-    if (item.form_ == Item::Form::kArray) item.array_->retain();
+    if (item.hasHandle()) item.array_->retain();
   }
 }
 
 ItemList::~ItemList() {
   if (handles_ == 0) return;
   for (const Item& item : items_) {
-    if (item.form_ == Item::Form::kArray) item.array_->release();
+    if (item.hasHandle()) item.array_->release();
   }
 }
 
@@ -66,6 +70,7 @@ void ItemList::swap(ItemList& other) noexcept {
   items_.swap(other.items_);
   arena_.swap(other.arena_);
   std::swap(handles_, other.handles_);
+  std::swap(depth_, other.depth_);
 }
 
 Array ItemList::get(size_t i) const {
@@ -87,6 +92,8 @@ Array ItemList::get(size_t i) const {
       }
       return makeArray(ArrayType::ZORVAN_STRING, Dimensions::scalar(), std::move(text));
     }
+    case Item::Form::kElement:
+      return detail::elementAsArray(Array::share(*item.array_), item.element());
     case Item::Form::kArray:
       break;
   }
@@ -112,11 +119,17 @@ void ItemList::append(const ItemList& from, size_t i) {
   if (stored && from.arena_ != arena_) {
     item.text_ = store(item.text_, item.wide_ ? elementSize(item.type()) : item.size_);
   }
-  items_.push_back(item);
-  if (item.form_ == Item::Form::kArray) {
-    item.array_->retain();
-    ++handles_;
-  }
+  if (item.hasHandle()) item = handleItem(item.form_, *item.array_);
+  item.size_ = from.items_[i].size_;
+  items_.emplace_back();
+  put(items_.size() - 1, item);
+}
+
+void ItemList::appendElement(const Array& structs, size_t index) {
+  Item item = handleItem(Item::Form::kElement, structs.impl());
+  item.size_ = static_cast<uint32_t>(index);
+  items_.emplace_back();
+  put(items_.size() - 1, item);
 }
 
 void ItemList::appendScalar(ArrayType type, const void* value) {
@@ -128,8 +141,8 @@ void ItemList::put(size_t i, Item item) {
   Item& slot = items_[i];
   const Item old = slot;
   slot = item;
-  handles_ += item.form_ == Item::Form::kArray;
-  if (old.form_ == Item::Form::kArray) {
+  handles_ += item.hasHandle();
+  if (old.hasHandle()) {
     --handles_;
     old.array_->release();
   }
@@ -139,6 +152,7 @@ Item ItemList::itemOf(const Array& value) {
   const ArrayImpl& impl = value.impl();
   const ArrayType type = impl.type();
   const Dimensions& dims = impl.dimensions();
+  if (type == ArrayType::DOUBLE && dims == Dimensions()) return Item();
   if (isDense(type) && type != ArrayType::CHAR && dims.isScalar()) {
     return scalarItem(type, impl.buffer().data());
   }
@@ -151,10 +165,17 @@ Item ItemList::itemOf(const Array& value) {
     if (text.form_ == Item::Form::kMissing) return stringItem(std::nullopt);
     return stringItem(text.utf8());
   }
+  return handleItem(Item::Form::kArray, impl);
+}
+
+// An item that owns a reference on the array.
+Item ItemList::handleItem(Item::Form form, const ArrayImpl& array) {
+  if (array.depth() >= kMaxNesting) throw NestingTooDeepException();
+  depth_ = std::max(depth_, array.depth());
   Item item;
-  item.form_ = Item::Form::kArray;
-  item.array_ = const_cast<ArrayImpl*>(&impl);
-  impl.retain();
+  item.form_ = form;
+  item.array_ = const_cast<ArrayImpl*>(&array);
+  array.retain();
   return item;
 }
 

@@ -37,6 +37,7 @@ class Item {
     kText,     // 1-by-N char
     kString,   // 1-by-1 string
     kMissing,  // 1-by-1 string without a value
+    kElement,  // one element of a struct array, as a 1-by-1 struct
     kArray,    // anything else
   };
 
@@ -53,11 +54,15 @@ class Item {
   }
   // kText, kString: the text as UTF-8 of text.h.
   std::string_view utf8() const { return {text_, size_}; }
-  // kArray: the array; never null.
+  // kArray: the array; kElement: the struct array.
   const ArrayImpl& array() const { return *array_; }
+  // kElement: the position in the struct array.
+  size_t element() const { return size_; }
 
  private:
   friend class ItemList;
+
+  bool hasHandle() const { return form_ == Form::kArray || form_ == Form::kElement; }
 
   Form form_ = Form::kEmpty;
   uint8_t type_ = 0;
@@ -88,6 +93,8 @@ class ItemList {
   ~ItemList();
 
   size_t size() const { return items_.size(); }
+  // How deeply arrays are nested in the elements; 0 when all of them lie inline.
+  int depth() const { return depth_; }
   void reserve(size_t count) { items_.reserve(count); }
   const Item& operator[](size_t i) const { return items_[i]; }
   const Item* begin() const { return items_.data(); }
@@ -95,6 +102,9 @@ class ItemList {
 
   // The element as an array of its own.
   Array get(size_t i) const;
+
+  // Elements are set and added by value. NestingTooDeepException when they would lie deeper than
+  // kMaxNesting allows.
   void set(size_t i, const Array& value);
   void setString(size_t i, std::optional<std::string_view> utf8) { put(i, stringItem(utf8)); }
 
@@ -102,6 +112,8 @@ class ItemList {
   void append(const Array& value);
   // An element of another list; texts are not copied when both share an arena.
   void append(const ItemList& from, size_t i);
+  // An element of a struct array, without making a struct of it.
+  void appendElement(const Array& structs, size_t index);
   void appendEmpty() { items_.emplace_back(); }
   void appendScalar(ArrayType type, const void* value);
   template <class T>
@@ -115,6 +127,7 @@ class ItemList {
   void swap(ItemList& other) noexcept;
   void put(size_t i, Item item);
   Item itemOf(const Array& value);
+  Item handleItem(Item::Form form, const ArrayImpl& array);
   Item scalarItem(ArrayType type, const void* value);
   Item textItem(Item::Form form, std::string_view utf8);
   Item stringItem(std::optional<std::string_view> utf8);
@@ -122,7 +135,8 @@ class ItemList {
 
   std::vector<Item> items_;
   std::shared_ptr<Arena> arena_;
-  size_t handles_ = 0;  // how many items are of form kArray
+  size_t handles_ = 0;  // how many items hold a handle
+  int depth_ = 0;
 };
 
 }  // namespace foundation::zorvandata

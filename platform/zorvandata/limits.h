@@ -3,8 +3,9 @@
 
 namespace foundation::zorvandata {
 
-// Arrays within arrays, counting the outermost. Low enough that recursion over them is safe on a
-// 512 KiB stack; messages and the Python conversions are bound by the same number.
+// Levels of arrays within arrays, the outermost included; no array goes deeper, however it was
+// made. Low enough that recursion over them is safe on a 512 KiB stack. The Python conversions are
+// bound by the same number.
 constexpr int kMaxNesting = 256;
 
 }  // namespace foundation::zorvandata

@@ -85,8 +85,11 @@ std::u16string toUtf16(std::string_view utf8) {
   if (isAscii(utf8)) return std::u16string(utf8.begin(), utf8.end());
   std::u16string out;
   out.reserve(utf8.size());
+  char32_t previous = 0;
   for (size_t at = 0; at < utf8.size();) {
     const char32_t c = nextCodePoint(utf8, at);
+    if (isHighSurrogate(previous) && isLowSurrogate(c)) throw InvalidTextException();
+    previous = c;
     if (c < 0x10000) {
       out.push_back(static_cast<char16_t>(c));
     } else {

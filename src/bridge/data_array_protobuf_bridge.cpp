@@ -73,6 +73,10 @@ std::optional<Array> protobuf2mdata(std::string_view bytes) {
   return std::nullopt;
 }
 
+std::string serializedArray(const Array& array) {
+  return foundation::zorvandata::protobuf::encodeArray(array);
+}
+
 void stripNonAscii(std::string& text) {
   const auto isNonAscii = [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; };
   text.erase(std::remove_if(text.begin(), text.end(), isNonAscii), text.end());

@@ -23,6 +23,9 @@ std::optional<PythonUtil::PyObjectWithGuard> mdata2protobuf(
 // reason is then on standard error, and no Python error is set.
 std::optional<foundation::zorvandata::Array> protobuf2mdata(std::string_view bytes);
 
+// The bytes by which one array travels; equal arrays have equal ones.
+std::string serializedArray(const foundation::zorvandata::Array& array);
+
 // Removes every byte of 0x80 and above.
 void stripNonAscii(std::string& text);
 

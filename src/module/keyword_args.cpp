@@ -17,8 +17,7 @@ std::string utf8Of(PyObject* text) {
   const auto bytes =
       PyObjectWithGuard::owned(PyUnicode_AsEncodedString(text, "utf-8", "backslashreplace"));
   if (!bytes) throw PythonUtil::PythonErrorSet();
-  return std::string(PyBytes_AsString(bytes.get()),
-                     static_cast<size_t>(PyBytes_Size(bytes.get())));
+  return std::string(PyBytes_AsString(bytes.get()), static_cast<size_t>(PyBytes_Size(bytes.get())));
 }
 
 bool fail(KeywordArgs& result, PyObject* type, const std::string& message) {
@@ -42,9 +41,9 @@ bool parseSchema(PyObject* value, KeywordArgs& result) {
 
 bool storeNargout(long number, KeywordArgs& result) {
   if (number < 0) {
-    return fail(result, PyExc_ValueError,
-                "Value of keyword argument 'nargout' (" + std::to_string(number) +
-                    ") was less than zero");
+    return fail(
+        result, PyExc_ValueError,
+        "Value of keyword argument 'nargout' (" + std::to_string(number) + ") was less than zero");
   }
   result.nargout = number;
   return true;

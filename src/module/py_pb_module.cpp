@@ -29,8 +29,7 @@ PyObject* toSerialized(PyObject* module, PyObject* args, PyObject* kwargs) {
   const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
   if (keywords.failed) return nullptr;
   if (!args || PyTuple_Size(args) != 1) {
-    return fail(PyExc_TypeError,
-                "py_to_serialized_str requires exactly one positional argument");
+    return fail(PyExc_TypeError, "py_to_serialized_str requires exactly one positional argument");
   }
   const auto values = createZorvanDataArray(PyTuple_GetItem(args, 0));
   // A value that left an error pending has failed, whatever the converter returned.

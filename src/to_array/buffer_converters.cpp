@@ -10,8 +10,8 @@ namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 
-std::optional<Array> convertBufferToZDA(
-    PyObject* obj, const std::optional<ConvertToZorvanDataArray::Options>&) {
+std::optional<Array> convertBufferToZDA(PyObject* obj,
+                                        const std::optional<ConvertToZorvanDataArray::Options>&) {
   if (!PythonNdPyArray::ndpyCapsule) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
     return std::nullopt;
@@ -32,8 +32,8 @@ std::optional<Array> NumpyNDArrayObjectToBuffer::convert(PyObject* obj,
   if (!obj) return std::nullopt;
   if (numPyDtypeKindAsChar(obj) == 0) {
     if (!PyErr_Occurred()) {
-      setPythonErrorStr(PyExc_AttributeError,
-                        formatMessage(AttributeNotRetrieved, "Unable to retrieve kind from string"));
+      setPythonErrorStr(PyExc_AttributeError, formatMessage(AttributeNotRetrieved,
+                                                            "Unable to retrieve kind from string"));
     }
     return std::nullopt;
   }

@@ -11,8 +11,9 @@ std::optional<Array> ConvertToZorvanDataArray::convert(PyObject*, const std::opt
   return std::nullopt;
 }
 
-bool ConvertToZorvanDataArray::appendTo(ItemList& items, PyObject* obj) {
-  const std::optional<Array> array = convert(obj, std::nullopt);
+bool ConvertToZorvanDataArray::appendTo(ItemList& items, PyObject* obj,
+                                        const std::optional<Options>& options) {
+  const std::optional<Array> array = convert(obj, options);
   if (!isValidArr(array) || PyErr_Occurred()) return false;
   items.append(*array);
   return true;

@@ -40,10 +40,10 @@ class ConvertToZorvanDataArray {
   virtual std::optional<foundation::zorvandata::Array> convert(
       PyObject* obj, const std::optional<Options>& options);
 
-  // Converts an object, without options, straight into the next element of a container; false on
-  // failure. Converters of values that containers hold inline override it, so that no array is
-  // made for each element.
-  virtual bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj);
+  // Converts an object straight into the next element of a container; false on failure. Converters
+  // of values that containers hold inline override it, so that no array is made for each element.
+  virtual bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj,
+                        const std::optional<Options>& options);
 
  protected:
   foundation::zorvandata::standalone::ArrayFactory& getFactory() { return factory_; }

@@ -4,7 +4,6 @@
 
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
-#include "util/nesting_guard.h"
 #include "util/python_error.h"
 #include "util/type_names.h"
 
@@ -56,25 +55,19 @@ class BuiltinConverters {
   std::array<Row, 8> rows_;
 };
 
-const Converter* findBuiltin(const ConvertToZorvanDataArrayFactory::ConverterMap& map,
-                             PyObject* obj) {
-  static const BuiltinConverters builtins(map);
-  return builtins.find(Py_TYPE(obj));
-}
-
 }  // namespace
 
-ConvertToZorvanDataArrayFactory::ConverterMap ConvertToZorvanDataArrayFactory::converterMap;
-std::once_flag ConvertToZorvanDataArrayFactory::initFlag;
-
-void ConvertToZorvanDataArrayFactory::initConverterMap() { converterMap = makeConverterMap(); }
+const ConvertToZorvanDataArrayFactory::ConverterMap&
+ConvertToZorvanDataArrayFactory::converterMap() {
+  static const ConverterMap map = initConverterMap();
+  return map;
+}
 
 bool ConvertToZorvanDataArrayFactory::hasConverter(const std::string& name) {
-  return converterMap.find(name) != converterMap.end();
+  return converterMap().find(name) != converterMap().end();
 }
 
 std::string ConvertToZorvanDataArrayFactory::getTypeName(PyObject* obj) {
-  std::call_once(initFlag, initConverterMap);
   if (!obj) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(NullNotSupported));
     return "";
@@ -87,21 +80,33 @@ std::string ConvertToZorvanDataArrayFactory::getTypeName(PyObject* obj) {
 
 std::shared_ptr<ConvertToZorvanDataArray> ConvertToZorvanDataArrayFactory::getConverter(
     PyObject* obj) {
-  std::call_once(initFlag, initConverterMap);
-  const Converter& null = converterMap.at("NULL").converter;
+  return find(obj);
+}
+
+ConvertToZorvanDataArray& ConvertToZorvanDataArrayFactory::findConverter(PyObject* obj) {
+  return *find(obj);
+}
+
+const std::shared_ptr<ConvertToZorvanDataArray>& ConvertToZorvanDataArrayFactory::find(
+    PyObject* obj) {
+  static const ConverterMap& map = converterMap();
+  static const BuiltinConverters builtins(map);
+  static const Converter& null = map.at("NULL").converter;
   if (!obj) return null;
-  if (const Converter* builtin = findBuiltin(converterMap, obj)) return *builtin;
+  if (const Converter* builtin = builtins.find(Py_TYPE(obj))) return *builtin;
   const std::string name = getTypeName(obj);
   if (PyErr_Occurred()) return null;
-  const auto found = converterMap.find(name);
-  if (found != converterMap.end()) {
+  const auto found = map.find(name);
+  if (found != map.end()) {
     const Entry& entry = found->second;
     if (!entry.isReal || entry.isReal(obj)) return entry.converter;
   } else if (!PythonNdPyArray::ndpyCapsule) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
     return null;
   } else if (PythonNdPyArray::exportsBuffer(obj)) {
-    return converterMap.at("<buffer>").converter;
+    return map.at("<buffer>").converter;
+  } else if (PyMapping_Check(obj)) {
+    return map.at("zorvan.dictionary").converter;
   }
   setUnsupported(name);
   return null;
@@ -113,13 +118,12 @@ std::optional<Array> createZDA(PyObject* obj,
     setPythonErrorStr(PyExc_RuntimeError, formatMessage(NullNotSupported));
     return std::nullopt;
   }
-  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
-  if (!level) return std::nullopt;
-  return ConvertToZorvanDataArrayFactory::getConverter(obj)->convert(obj, options);
+  return ConvertToZorvanDataArrayFactory::findConverter(obj).convert(obj, options);
 }
 
-bool appendZDA(ItemList& items, PyObject* obj) {
-  return ConvertToZorvanDataArrayFactory::getConverter(obj)->appendTo(items, obj);
+bool appendZDA(ItemList& items, PyObject* obj,
+               const std::optional<ConvertToZorvanDataArray::Options>& options) {
+  return ConvertToZorvanDataArrayFactory::findConverter(obj).appendTo(items, obj, options);
 }
 
 }  // namespace detail

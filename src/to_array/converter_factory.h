@@ -4,7 +4,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -20,9 +19,10 @@ namespace detail {
 std::optional<foundation::zorvandata::Array> createZDA(
     PyObject* obj, const std::optional<ConvertToZorvanDataArray::Options>& options);
 
-// Converts the object into the next element of a container, guarded against endless nesting; false
-// on failure, with a Python error set.
-bool appendZDA(foundation::zorvandata::ItemList& items, PyObject* obj);
+// Converts the object into the next element of a container; false on failure, with a Python error
+// set.
+bool appendZDA(foundation::zorvandata::ItemList& items, PyObject* obj,
+               const std::optional<ConvertToZorvanDataArray::Options>& options = std::nullopt);
 
 class ConvertToZorvanDataArrayFactory {
  public:
@@ -44,15 +44,16 @@ class ConvertToZorvanDataArrayFactory {
   static std::string getTypeName(PyObject* obj);
 
   static bool hasConverter(const std::string& name);
-  static void initConverterMap();
+
+  // The converter that getConverter returns, which lives as long as the process.
+  static ConvertToZorvanDataArray& findConverter(PyObject* obj);
 
  private:
-  static ConverterMap converterMap;
-  static std::once_flag initFlag;
+  // The rows; see registry.cpp.
+  static ConverterMap initConverterMap();
+  static const ConverterMap& converterMap();
+  static const std::shared_ptr<ConvertToZorvanDataArray>& find(PyObject* obj);
 };
-
-// The rows themselves; see registry.cpp.
-ConvertToZorvanDataArrayFactory::ConverterMap makeConverterMap();
 
 }  // namespace detail
 }  // namespace PythonZorvanDataArray

@@ -11,8 +11,7 @@ using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 
 std::optional<bool> ConvertNdPyArray::isComplex(PyObject* obj) {
-  const auto attribute =
-      PythonUtil::PyObjectGuardGetter::getAttrString(obj, "_is_complex", true);
+  const auto attribute = PythonUtil::PyObjectGuardGetter::getAttrString(obj, "_is_complex", true);
   if (!attribute) return std::nullopt;
   const int truth = PyObject_IsTrue(attribute.get());
   if (truth < 0) return std::nullopt;

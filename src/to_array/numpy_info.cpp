@@ -70,7 +70,8 @@ std::optional<bool> hasMaskedElements(PyObject* obj) {
   const int isMasked = PyObject_IsInstance(obj, type.get());
   if (isMasked < 0) return std::nullopt;
   if (isMasked == 0) return false;
-  const auto answer = PyObjectWithGuard::owned(PyObject_CallMethod(ma.get(), "is_masked", "O", obj));
+  const auto answer =
+      PyObjectWithGuard::owned(PyObject_CallMethod(ma.get(), "is_masked", "O", obj));
   if (!answer) return std::nullopt;
   const int truth = PyObject_IsTrue(answer.get());
   if (truth < 0) return std::nullopt;

@@ -7,9 +7,13 @@
 #include "to_array/converter_factory.h"
 #include "to_array/nd_py_array_converters.h"
 #include "to_array/py_dict_to_struct.h"
+#include "to_array/py_dictionary_to_dictionary.h"
+#include "to_array/py_object_to_object.h"
 #include "to_array/scalar_converters.h"
 #include "to_array/sequence_converters.h"
 #include "to_array/text_converters.h"
+#include "types/zorvan_dictionary_type.h"
+#include "types/zorvan_object_type.h"
 
 namespace PythonZorvanDataArray::detail {
 namespace {
@@ -22,6 +26,7 @@ Entry use(bool (*isReal)(PyObject*) = nullptr) {
 }
 
 bool isNone(PyObject* obj) { return obj == Py_None; }
+bool isZorvanObject(PyObject* obj) { return zorvanObjectRecord(obj) != nullptr; }
 bool isNever(PyObject*) { return false; }
 
 #define ZORVAN_IS(name, type) \
@@ -42,7 +47,7 @@ ZORVAN_IS(isMemoryView, PyMemoryView_Type)
 
 }  // namespace
 
-ConvertToZorvanDataArrayFactory::ConverterMap makeConverterMap() {
+ConvertToZorvanDataArrayFactory::ConverterMap ConvertToZorvanDataArrayFactory::initConverterMap() {
   return {
       {"float", use<PyFloatToDouble>(isFloat)},
       {"complex", use<PyComplexToDouble>(isComplexNumber)},
@@ -58,6 +63,8 @@ ConvertToZorvanDataArrayFactory::ConverterMap makeConverterMap() {
       {"NoneType", use<PyNoneToError>(isNone)},
       {"memoryview", use<BufferProtocolObjectToBuffer>(isMemoryView)},
       {"NULL", use<NullToError>(isNever)},
+      {"zorvan.object", use<PyObjectToObject>(isZorvanObject)},
+      {"zorvan.dictionary", use<PyDictionaryToDictionary>(isZorvanDictionary)},
       {"zorvan.double", use<NdPyDoubleToDouble>()},
       {"zorvan.single", use<NdPySingleToSingle>()},
       {"zorvan.int8", use<NdPyInt8ToInt8>()},

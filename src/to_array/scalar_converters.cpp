@@ -5,8 +5,8 @@
 
 namespace PythonZorvanDataArray::detail {
 
-std::optional<foundation::zorvandata::Array> PyNoneToError::convert(
-    PyObject* obj, const std::optional<Options>&) {
+std::optional<foundation::zorvandata::Array> PyNoneToError::convert(PyObject* obj,
+                                                                    const std::optional<Options>&) {
   if (obj) setPythonErrorStr(PyExc_TypeError, formatMessage(NoneNotSupported));
   return std::nullopt;
 }

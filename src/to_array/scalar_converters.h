@@ -16,7 +16,8 @@ class PyScalarConverter : public ConvertToZorvanDataArray {
     if (!obj) return std::nullopt;
     return getFactory().createScalar(read(obj));
   }
-  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj) override {
+  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj,
+                const std::optional<Options>&) override {
     items.appendScalar(read(obj));
     return true;
   }
@@ -41,7 +42,8 @@ class PyComplexToDouble final : public PyScalarConverter<std::complex<double>> {
 // whoever takes the value must; `appendTo` fails.
 class PyIntToInt64 final : public PyScalarConverter<int64_t> {
  public:
-  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj) override {
+  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj,
+                const std::optional<Options>&) override {
     const int64_t value = read(obj);
     if (value == -1 && PyErr_Occurred()) return false;
     items.appendScalar(value);

@@ -84,14 +84,19 @@ std::optional<Array> PyStrToCharOrString::convert(PyObject* obj,
   return getFactory().createCharArray(*text);
 }
 
-bool PyStrToCharOrString::appendTo(ItemList& items, PyObject* obj) {
+bool PyStrToCharOrString::appendTo(ItemList& items, PyObject* obj,
+                                   const std::optional<Options>& options) {
   const std::string_view text = readUtf8(obj);
   if (!text.data()) {
     // The error that users know is the one of the UTF-16 encoder.
     PyErr_Clear();
-    return ConvertToZorvanDataArray::appendTo(items, obj);
+    return ConvertToZorvanDataArray::appendTo(items, obj, options);
   }
-  items.appendText(text);
+  if (options && options->getConvertPyStrToString()) {
+    items.appendString(text);
+  } else {
+    items.appendText(text);
+  }
   return true;
 }
 

@@ -13,7 +13,8 @@ class PyStrToCharOrString final : public ConvertToZorvanDataArray {
   // A str with a lone surrogate leaves the interpreter's UnicodeEncodeError set.
   std::optional<foundation::zorvandata::Array> convert(
       PyObject* obj, const std::optional<Options>& options) override;
-  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj) override;
+  bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj,
+                const std::optional<Options>& options) override;
 
   // The text as UTF-16 code units in native byte order; absent with a Python error set.
   std::optional<std::u16string> convertToUstring(PyObject* obj);

@@ -29,6 +29,7 @@ PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
 
 PyObject* ZorvanObjectToPyObject::convertValueObject(const Array& array) const {
   const std::string& className = array.impl().layout()->className;
+  if (className == "dictionary") return convertDictionary(array);
   if (className == "missing") return Py_NewRef(Py_None);
   return convertToGenericZorvanDotObject(array);
 }

@@ -12,6 +12,10 @@ class ZorvanObjectToPyObject : public ConvertZDAToPyObject {
 
  private:
   PyObject* convertValueObject(const foundation::zorvandata::Array& array) const;
+  // A zorvan.dictionary. ValueError for one without keys, with other counts of keys and values, or
+  // with keys or values that are structs, objects or enumerations; TypeError for a key that cannot
+  // be hashed.
+  PyObject* convertDictionary(const foundation::zorvandata::Array& array) const;
   // A zorvan.object on the array as it is.
   PyObject* convertToGenericZorvanDotObject(const foundation::zorvandata::Array& array) const;
 };

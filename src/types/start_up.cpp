@@ -4,6 +4,7 @@
 #include <string>
 
 #include "types/ndpy_array_bridge.h"
+#include "types/zorvan_dictionary_iterator.h"
 #include "types/zorvan_dictionary_type.h"
 #include "types/zorvan_object_type.h"
 #include "util/py_object_guard.h"

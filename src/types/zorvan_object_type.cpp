@@ -3,6 +3,7 @@
 #include <new>
 #include <string>
 
+#include "types/guarded_slot.h"
 #include "types/type_compare.h"
 #include "util/message_catalogue.h"
 #include "util/py_object_guard.h"
@@ -22,17 +23,6 @@ struct Instance {
 };
 
 ZorvanObject& recordOf(PyObject* self) { return *reinterpret_cast<Instance*>(self)->record; }
-
-// Runs the body of a type slot; a C++ exception becomes a Python error and `failure`.
-template <class Result, class Body>
-Result guardedSlot(Result failure, Body body) noexcept {
-  try {
-    return body();
-  } catch (...) {
-    PythonUtil::setPythonErrorFromException();
-    return failure;
-  }
-}
 
 // The extents that the instance shows.
 const std::vector<size_t>& shownDims(const ZorvanObject& record) {

@@ -1,11 +1,16 @@
 """Fixtures: the stock protobuf runtime as a judge that shares no code with the codec under test."""
 
+import os
 import shutil
 import subprocess
+import sysconfig
 from types import SimpleNamespace
 
 import pytest
 import zorvan
+
+# The commands are installed beside the interpreter, which need not be on PATH.
+os.environ["PATH"] = os.pathsep.join([sysconfig.get_path("scripts"), os.environ.get("PATH", "")])
 
 MESSAGE_NAMES = (
     "foundation.protobuf.common.ZORVAN_Params",

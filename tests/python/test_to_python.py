@@ -352,7 +352,7 @@ def test_deep_nesting_converts_on_a_small_stack(named):
 
 @pytest.mark.parametrize("named", [False, True])
 def test_one_level_too_many_is_an_error(named):
-    with pytest.raises(RecursionError):
+    with pytest.raises(SystemError):
         py_pb.serialized_str_to_py(nested_result(256, named))
     assert py_pb.serialized_str_to_py(nested_result(255, named))
 

@@ -115,8 +115,6 @@ def test_instances_come_from_the_engine_only(points):
     attempts = [
         lambda: zorvan.object(),
         lambda: object.__new__(zorvan.object),
-        lambda: zorvan.dictionary(),
-        lambda: object.__new__(zorvan.dictionary),
         lambda: type("Sub", (zorvan.object,), {}),
         lambda: copy.copy(value),
         lambda: pickle.dumps(value),

@@ -1,0 +1,95 @@
+// The engine's dictionary as a zorvan.dictionary.
+#include "to_python/converter_factory.h"
+#include "to_python/element_visitor.h"
+#include "to_python/zorvan_object_to_py_object.h"
+#include "types/zorvan_dictionary_type.h"
+#include "util/nesting_guard.h"
+#include "util/py_object_guard.h"
+
+namespace PythonZorvanDataArray::detail {
+
+using foundation::zorvandata::applyVisitor;
+using foundation::zorvandata::Array;
+using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::StructArray;
+using foundation::zorvandata::ValueObject;
+using foundation::zorvandata::ZorvanFieldIdentifier;
+using foundation::zorvandata::ZorvanPropertyIdentifier;
+using PythonUtil::PyObjectWithGuard;
+
+namespace {
+
+bool hasField(const StructArray& data, const ZorvanFieldIdentifier& name) {
+  for (const ZorvanFieldIdentifier& field : data.getFieldNames()) {
+    if (field == name) return true;
+  }
+  return false;
+}
+
+PyObject* failWith(const std::string& text) {
+  setPythonErrorStr(PyExc_ValueError, text);
+  return nullptr;
+}
+
+// How many keys or values an array holds: a char array is one text.
+size_t entries(const Array& array) {
+  return array.getType() == ArrayType::CHAR ? 1 : array.getNumberOfElements();
+}
+
+PyObject* entry(const Array& array, size_t i,
+                const ConvertZDAToPyObjectFactory::Converter& converter) {
+  return applyVisitor(array, ConvertElementToPythonVisitor(i, converter));
+}
+
+bool fill(PyObject* dict, const Array& keys, const Array& values) {
+  const auto keyConverter = ConvertZDAToPyObjectFactory::getConverter(keys, true);
+  if (!keyConverter) return false;
+  const auto valueConverter = ConvertZDAToPyObjectFactory::getConverter(values, true);
+  if (!valueConverter) return false;
+  for (size_t i = 0; i < entries(keys); ++i) {
+    const auto key = PyObjectWithGuard::owned(entry(keys, i, keyConverter));
+    if (!key) return false;
+    const auto value = PyObjectWithGuard::owned(entry(values, i, valueConverter));
+    if (!value || PyDict_SetItem(dict, key.get(), value.get()) != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+PyObject* ZorvanObjectToPyObject::convertDictionary(const Array& array) const {
+  static const ZorvanFieldIdentifier unconfigured("Unconfigured");
+  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
+  if (!level) return nullptr;
+  if (array.getNumberOfElements() != 1) {
+    return failWith("only a scalar dictionary can be returned from ZORVAN");
+  }
+  const ValueObject dictionary = array[0];
+  const ZorvanPropertyIdentifier property("data");
+  if (!dictionary.hasProperty(property)) {
+    return failWith(formatMessage(PropertyNotFoundInObject, "data", "dictionary"));
+  }
+  const StructArray data(dictionary[property]);
+  if (data.getNumberOfElements() != 1) {
+    return failWith("the data of a ZORVAN dictionary is not a scalar struct");
+  }
+  const auto dict = PyObjectWithGuard::owned(PyDict_New());
+  if (!dict) return nullptr;
+  if (!hasField(data, unconfigured)) {
+    for (const char* name : {"Key", "Value"}) {
+      if (!hasField(data, ZorvanFieldIdentifier(name))) {
+        return failWith(formatMessage(PropertyNotFoundInObject, name, "dictionary"));
+      }
+    }
+    const Array keys = data[0][ZorvanFieldIdentifier("Key")];
+    const Array values = data[0][ZorvanFieldIdentifier("Value")];
+    if (entries(keys) != entries(values)) {
+      return failWith("a ZORVAN dictionary has " + std::to_string(entries(keys)) + " keys and " +
+                      std::to_string(entries(values)) + " values");
+    }
+    if (!fill(dict.get(), keys, values)) return nullptr;
+  }
+  return zorvanDictionary_new_with_contents(dict.get());
+}
+
+}  // namespace PythonZorvanDataArray::detail
