@@ -86,7 +86,8 @@ void readError(std::string_view bytes, EngineError& error) {
 EnvelopeEncoder::EnvelopeEncoder(const Envelope& envelope) : envelope_(envelope) {
   if (envelope.arrays.getType() != ArrayType::CELL) {
     throw zorvandata::InvalidArrayTypeException(
-        "the values of a message must come in a cell array, found " +
+        "the values of a message must come in a cell array (a tuple, list or set of arguments), "
+        "found " +
         std::string(nameOf(envelope.arrays.getType())));
   }
   MeasuringSink sink(plan_);
@@ -123,6 +124,7 @@ EnvelopeOutline readOutline(std::string_view bytes) {
       readError(reader.bytes(), *outline.error);
     }
   }
+  outline.broken = reader.broken();
   return outline;
 }
 

@@ -47,6 +47,7 @@ struct EnvelopeOutline {
   std::vector<ArrayBytes> arrays;
   std::optional<int32_t> nargout;
   std::optional<EngineError> error;
+  bool broken = false;  // the bytes broke off
 };
 
 // Reads the outline of either message. Bytes that are no message are not an error: what was read

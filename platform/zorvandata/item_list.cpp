@@ -103,13 +103,13 @@ Array ItemList::get(size_t i) const {
 void ItemList::set(size_t i, const Array& value) { put(i, itemOf(value)); }
 
 void ItemList::append(const Array& value) {
-  items_.emplace_back();
-  try {
-    set(items_.size() - 1, value);
-  } catch (...) {
-    items_.pop_back();
-    throw;
-  }
+  grow();
+  items_.push_back(itemOf(value));
+  handles_ += items_.back().hasHandle();
+}
+
+void ItemList::grow() {
+  if (items_.size() == items_.capacity()) items_.reserve(std::max<size_t>(4, 2 * items_.size()));
 }
 
 void ItemList::append(const ItemList& from, size_t i) {
@@ -119,17 +119,21 @@ void ItemList::append(const ItemList& from, size_t i) {
   if (stored && from.arena_ != arena_) {
     item.text_ = store(item.text_, item.wide_ ? elementSize(item.type()) : item.size_);
   }
-  if (item.hasHandle()) item = handleItem(item.form_, *item.array_);
-  item.size_ = from.items_[i].size_;
-  items_.emplace_back();
-  put(items_.size() - 1, item);
+  grow();
+  if (item.hasHandle()) {
+    item = handleItem(item.form_, *item.array_);
+    item.size_ = from.items_[i].size_;
+    ++handles_;
+  }
+  items_.push_back(item);
 }
 
 void ItemList::appendElement(const Array& structs, size_t index) {
+  grow();
   Item item = handleItem(Item::Form::kElement, structs.impl());
   item.size_ = static_cast<uint32_t>(index);
-  items_.emplace_back();
-  put(items_.size() - 1, item);
+  items_.push_back(item);
+  ++handles_;
 }
 
 void ItemList::appendScalar(ArrayType type, const void* value) {

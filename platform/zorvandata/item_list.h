@@ -118,13 +118,22 @@ class ItemList {
   void appendScalar(ArrayType type, const void* value);
   template <class T>
   void appendScalar(T value) {
-    appendScalar(ArrayTypeOf<T>::value, &value);
+    if constexpr (sizeof(T) > sizeof(uint64_t)) {
+      appendScalar(ArrayTypeOf<T>::value, &value);
+    } else {
+      Item& item = items_.emplace_back();
+      item.form_ = Item::Form::kScalar;
+      item.type_ = static_cast<uint8_t>(ArrayTypeOf<T>::value);
+      std::memcpy(&item.bits_, &value, sizeof(T));
+    }
   }
   void appendText(std::string_view utf8) { items_.push_back(textItem(Item::Form::kText, utf8)); }
   void appendString(std::optional<std::string_view> utf8) { items_.push_back(stringItem(utf8)); }
 
  private:
   void swap(ItemList& other) noexcept;
+  // Makes room for one more, so that adding an item that owns a reference cannot fail.
+  void grow();
   void put(size_t i, Item item);
   Item itemOf(const Array& value);
   Item handleItem(Item::Form form, const ArrayImpl& array);

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "to_array/py_dict_to_struct.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
@@ -13,6 +14,9 @@ using foundation::zorvandata::Array;
 using foundation::zorvandata::ItemList;
 
 std::optional<Array> createZorvanDataArray(PyObject* obj) {
+  struct Forget {
+    ~Forget() { detail::PyDictToStruct::forgetLastLayout(); }
+  } const atEnd;
   return detail::createZDA(obj, std::nullopt);
 }
 

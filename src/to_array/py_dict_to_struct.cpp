@@ -1,5 +1,7 @@
 #include "to_array/py_dict_to_struct.h"
 
+#include <algorithm>
+
 #include "to_array/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -12,6 +14,7 @@ using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::ItemList;
+using foundation::zorvandata::Layout;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
@@ -30,7 +33,77 @@ std::string fieldName(PyObject* key) {
   return "";
 }
 
+using Keys = std::vector<PyObjectWithGuard>;
+
+// The layout of the keys, which must be as many as there are values; NULL with ValueError set.
+std::shared_ptr<const Layout> makeLayoutOf(const Keys& keys) {
+  std::vector<std::string> names;
+  names.reserve(keys.size());
+  for (const PyObjectWithGuard& key : keys) {
+    names.push_back(fieldName(key.get()));
+    if (names.back().empty()) return nullptr;
+  }
+  return foundation::zorvandata::makeLayout("", std::move(names));
+}
+
+// The layout of the dict before, for the dicts of a list are often alike: the very same key objects
+// in the same order stand for the same names.
+class LastLayout {
+ public:
+  void forget() {
+    layout_.reset();
+    keys_.clear();
+  }
+  std::shared_ptr<const Layout> layoutOf(Keys& keys) {
+    const auto same = [](const PyObjectWithGuard& a, const PyObjectWithGuard& b) {
+      return a.get() == b.get();
+    };
+    if (layout_ && std::equal(keys.begin(), keys.end(), keys_.begin(), keys_.end(), same)) {
+      return layout_;
+    }
+    auto layout = makeLayoutOf(keys);
+    if (!layout) return nullptr;
+    keys_.swap(keys);
+    layout_ = layout;
+    return layout;
+  }
+
+ private:
+  Keys keys_;
+  std::shared_ptr<const Layout> layout_;
+};
+
+LastLayout& lastLayout() {
+  static LastLayout last;
+  return last;
+}
+
+struct Fields {
+  std::shared_ptr<const Layout> layout;
+  std::vector<PyObjectWithGuard> values;
+};
+
+// Absent with ValueError set.
+std::optional<Fields> readFields(PyObject* dict) {
+  const auto count = static_cast<size_t>(std::max<Py_ssize_t>(PyDict_Size(dict), 0));
+  Keys keys;
+  keys.reserve(count);
+  Fields fields;
+  fields.values.reserve(count);
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  for (Py_ssize_t position = 0; PyDict_Next(dict, &position, &key, &value);) {
+    keys.push_back(PyObjectWithGuard::newReference(key));
+    fields.values.push_back(PyObjectWithGuard::newReference(value));
+  }
+  fields.layout = lastLayout().layoutOf(keys);
+  if (!fields.layout) return std::nullopt;
+  return fields;
+}
+
 }  // namespace
+
+void PyDictToStruct::forgetLastLayout() { lastLayout().forget(); }
 
 std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;
@@ -38,17 +111,9 @@ std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<
   if (!level) return std::nullopt;
 
   // All keys first, and the values held: converting a value can run code that changes the dict.
-  std::vector<std::string> names;
-  std::vector<PyObjectWithGuard> values;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  for (Py_ssize_t position = 0; PyDict_Next(obj, &position, &key, &value);) {
-    std::string name = fieldName(key);
-    if (name.empty()) return std::nullopt;
-    names.push_back(std::move(name));
-    values.push_back(PyObjectWithGuard::newReference(value));
-  }
-  auto layout = foundation::zorvandata::makeLayout("", std::move(names));
+  const std::optional<Fields> fields = readFields(obj);
+  if (!fields) return std::nullopt;
+  const std::vector<PyObjectWithGuard>& values = fields->values;
 
   ItemList items;
   items.reserve(values.size());
@@ -59,7 +124,7 @@ std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<
     }
     if (!appendZDA(items, field.get())) return std::nullopt;
   }
-  return makeArray(ArrayType::STRUCT, Dimensions::scalar(), std::move(items), std::move(layout));
+  return makeArray(ArrayType::STRUCT, Dimensions::scalar(), std::move(items), fields->layout);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,7 +1,9 @@
 #include "to_array/py_dictionary_to_dictionary.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <string_view>
 #include <unordered_set>
 
 #include "bridge/data_array_protobuf_bridge.h"
@@ -124,12 +126,25 @@ bool mayCollapse(const MappingItems& items) {
                                [=](const auto& key) { return Py_TYPE(key.get()) != first; });
 }
 
+// Equal to nothing, itself included.
+bool isNaN(const Item& item) {
+  return item.form() == Item::Form::kScalar && item.type() == ArrayType::DOUBLE &&
+         std::isnan(item.scalar<double>());
+}
+
 // Sets ValueError and returns false when two keys are the same array.
 bool checkDistinct(const ItemList& keys) {
-  std::unordered_set<std::string> seen;
+  using zds::client::zorvandata::protobuf::serializedArray;
+  std::unordered_set<std::string_view> texts;
+  std::unordered_set<std::string> others;
+  texts.reserve(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
-    const Array key = keys.get(i);
-    if (seen.insert(zds::client::zorvandata::protobuf::serializedArray(key)).second) continue;
+    const Item& key = keys[i];
+    if (isNaN(key)) continue;
+    const bool isNew = key.form() == Item::Form::kString
+                           ? texts.insert(key.utf8()).second
+                           : others.insert(serializedArray(keys.get(i))).second;
+    if (isNew) continue;
     setPythonErrorStr(PyExc_ValueError,
                       "key at position " + std::to_string(i) +
                           " of the mapping is the same to ZORVAN as one before it");

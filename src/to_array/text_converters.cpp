@@ -20,10 +20,10 @@ namespace {
 // that is not ASCII the copy is made outside, until an ASCII text comes again.
 class Utf8Reader {
  public:
-  // The view is valid while `obj` is alive and until the next call. Its data is NULL, with a
-  // Python error set, when the text has no UTF-8 form.
-  std::string_view read(PyObject* obj) {
-    return lastWasAscii_ ? readInside(obj) : readOutside(obj);
+  // The view is valid while `obj` and `copy` are alive. Its data is NULL, with a Python error set,
+  // when the text has no UTF-8 form.
+  std::string_view read(PyObject* obj, PyObjectWithGuard& copy) {
+    return lastWasAscii_ ? readInside(obj) : readOutside(obj, copy);
   }
 
  private:
@@ -33,10 +33,10 @@ class Utf8Reader {
     return noted(obj, utf8, size);
   }
 
-  std::string_view readOutside(PyObject* obj) {
-    bytes_ = PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
-    if (!bytes_) return {};
-    return noted(obj, PyBytes_AsString(bytes_.get()), PyBytes_Size(bytes_.get()));
+  std::string_view readOutside(PyObject* obj, PyObjectWithGuard& copy) {
+    copy = PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
+    if (!copy) return {};
+    return noted(obj, PyBytes_AsString(copy.get()), PyBytes_Size(copy.get()));
   }
 
   std::string_view noted(PyObject* obj, const char* utf8, Py_ssize_t size) {
@@ -46,14 +46,7 @@ class Utf8Reader {
   }
 
   bool lastWasAscii_ = true;
-  PyObjectWithGuard bytes_;
 };
-
-std::string_view readUtf8(PyObject* obj) {
-  // Never destroyed: the guard inside must not release its reference after the interpreter ended.
-  static auto& reader = *new Utf8Reader;
-  return reader.read(obj);
-}
 
 PyStrToCharOrString& sharedConverter() {
   static PyStrToCharOrString converter;
@@ -86,7 +79,9 @@ std::optional<Array> PyStrToCharOrString::convert(PyObject* obj,
 
 bool PyStrToCharOrString::appendTo(ItemList& items, PyObject* obj,
                                    const std::optional<Options>& options) {
-  const std::string_view text = readUtf8(obj);
+  static Utf8Reader reader;
+  PyObjectWithGuard copy;
+  const std::string_view text = reader.read(obj, copy);
   if (!text.data()) {
     // The error that users know is the one of the UTF-16 encoder.
     PyErr_Clear();

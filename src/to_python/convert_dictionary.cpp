@@ -41,18 +41,31 @@ PyObject* entry(const Array& array, size_t i,
   return applyVisitor(array, ConvertElementToPythonVisitor(i, converter));
 }
 
+// A single key may have an array without elements as its value, which then stands for itself.
+bool isLoneEmptyValue(const Array& keys, const Array& values) {
+  return entries(keys) == 1 && entries(values) == 0;
+}
+
+PyObject* valueEntry(const Array& keys, const Array& values, size_t i,
+                     const ConvertZDAToPyObjectFactory::Converter& converter) {
+  return isLoneEmptyValue(keys, values) ? converter->convert(values) : entry(values, i, converter);
+}
+
 bool fill(PyObject* dict, const Array& keys, const Array& values) {
   const auto keyConverter = ConvertZDAToPyObjectFactory::getConverter(keys, true);
   if (!keyConverter) return false;
-  const auto valueConverter = ConvertZDAToPyObjectFactory::getConverter(values, true);
+  const auto valueConverter =
+      ConvertZDAToPyObjectFactory::getConverter(values, !isLoneEmptyValue(keys, values));
   if (!valueConverter) return false;
   for (size_t i = 0; i < entries(keys); ++i) {
     const auto key = PyObjectWithGuard::owned(entry(keys, i, keyConverter));
     if (!key) return false;
-    const auto value = PyObjectWithGuard::owned(entry(values, i, valueConverter));
+    const auto value = PyObjectWithGuard::owned(valueEntry(keys, values, i, valueConverter));
     if (!value || PyDict_SetItem(dict, key.get(), value.get()) != 0) return false;
   }
-  return true;
+  if (static_cast<size_t>(PyDict_Size(dict)) == entries(keys)) return true;
+  failWith("keys of a ZORVAN dictionary are equal in Python");
+  return false;
 }
 
 }  // namespace
@@ -83,7 +96,7 @@ PyObject* ZorvanObjectToPyObject::convertDictionary(const Array& array) const {
     }
     const Array keys = data[0][ZorvanFieldIdentifier("Key")];
     const Array values = data[0][ZorvanFieldIdentifier("Value")];
-    if (entries(keys) != entries(values)) {
+    if (entries(keys) != entries(values) && !isLoneEmptyValue(keys, values)) {
       return failWith("a ZORVAN dictionary has " + std::to_string(entries(keys)) + " keys and " +
                       std::to_string(entries(values)) + " values");
     }

@@ -1,5 +1,7 @@
 #include "to_python/converter_factory.h"
 
+#include <array>
+
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
 
@@ -54,10 +56,27 @@ PyObject* ConvertZDAToPyObjectFactory::convertElement(const ItemList& items, siz
     return converter ? converter->convert(array) : nullptr;
   }
   // All other forms are one element, or none, or a text, whose converter is the same either way.
-  const ConverterMaps& maps = converterMaps();
-  const ConverterMap& map = item.form() == Item::Form::kEmpty ? maps.matrix : maps.scalar;
-  const Converter* converter = find(map, item.type());
-  return converter ? (*converter)->convertItem(items, i) : nullptr;
+  const ArrayType type = item.type();
+  if (item.form() == Item::Form::kEmpty) {
+    const Converter* converter = find(converterMaps().matrix, type);
+    return converter ? (*converter)->convertItem(items, i) : nullptr;
+  }
+  if (const ConvertZDAToPyObject* converter = itemConverter(type)) {
+    return converter->convertItem(items, i);
+  }
+  setUnsupportedTypeError(type);
+  return nullptr;
+}
+
+const ConvertZDAToPyObject* ConvertZDAToPyObjectFactory::itemConverter(ArrayType type) {
+  static const auto table = [] {
+    std::array<const ConvertZDAToPyObject*, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1> byCode{};
+    for (const auto& [key, converter] : converterMaps().scalar) {
+      byCode.at(static_cast<size_t>(codeOf(key))) = converter.get();
+    }
+    return byCode;
+  }();
+  return table[static_cast<size_t>(codeOf(type))];
 }
 
 void setSparseError() { setPythonErrorStr(PyExc_TypeError, formatMessage(SparseNotSupported)); }

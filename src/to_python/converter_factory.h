@@ -35,6 +35,8 @@ class ConvertZDAToPyObjectFactory {
   static ConverterMaps initConverterMap();
   static const ConverterMaps& converterMaps();
   static const Converter* find(const ConverterMap& map, foundation::zorvandata::ArrayType type);
+  // The scalar converters by type code, for the many elements of containers; NULL for none.
+  static const ConvertZDAToPyObject* itemConverter(foundation::zorvandata::ArrayType type);
 };
 
 // The TypeErrors for arrays that have no counterpart in Python.

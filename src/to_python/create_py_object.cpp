@@ -1,5 +1,6 @@
 #include "to_python/create_py_object.h"
 
+#include "to_python/conversion_scope.h"
 #include "to_python/converter_factory.h"
 #include "util/python_error.h"
 
@@ -19,6 +20,7 @@ PyObject* createPyObject(Array& array) noexcept {
       detail::setUnsupportedTypeError(type);
       return nullptr;
     }
+    const detail::ConversionScope scope;
     const auto converter = detail::ConvertZDAToPyObjectFactory::getConverter(array, false);
     return converter ? converter->convert(array) : nullptr;
   } catch (...) {

@@ -1,5 +1,6 @@
 #include "to_python/struct_to_py_dict.h"
 
+#include "to_python/conversion_scope.h"
 #include "to_python/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -12,18 +13,27 @@ namespace PythonZorvanDataArray::detail {
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayImpl;
 using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::Item;
+using foundation::zorvandata::ItemList;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
 
-bool addField(PyObject* dict, const ArrayImpl& record, size_t field, size_t element) {
-  const std::string& name = record.layout()->names[field];
-  const auto key = PyObjectWithGuard::owned(
-      PyUnicode_DecodeUTF8(name.data(), static_cast<Py_ssize_t>(name.size()), "strict"));
-  if (!key) return false;
-  const auto value = PyObjectWithGuard::owned(ConvertZDAToPyObjectFactory::convertElement(
-      record.items(), record.itemIndex(field, element)));
-  return value && PyDict_SetItem(dict, key.get(), value.get()) == 0;
+// `keys` may be NULL with a Python error set.
+PyObject* makeDict(const ArrayImpl& record, size_t element,
+                   const std::shared_ptr<const FieldKeys>& keys) {
+  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
+  if (!level || !keys) return nullptr;
+  auto dict = PyObjectWithGuard::owned(PyDict_New());
+  if (!dict) return nullptr;
+  for (size_t field = 0; field < keys->size(); ++field) {
+    const auto value = PyObjectWithGuard::owned(ConvertZDAToPyObjectFactory::convertElement(
+        record.items(), record.itemIndex(field, element)));
+    if (!value || PyDict_SetItem(dict.get(), (*keys)[field].get(), value.get()) != 0) {
+      return nullptr;
+    }
+  }
+  return dict.release();
 }
 
 }  // namespace
@@ -36,16 +46,13 @@ PyObject* StructToPyDict::convert(const Array& array) const {
   }
   const size_t element = index_.value_or(0);
   foundation::zorvandata::detail::checkIndex(array, element);
-  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
-  if (!level) return nullptr;
+  return makeDict(array.impl(), element, makeFieldKeys(*array.impl().layout()));
+}
 
-  auto dict = PyObjectWithGuard::owned(PyDict_New());
-  if (!dict) return nullptr;
-  const ArrayImpl& record = array.impl();
-  for (size_t field = 0; field < record.layout()->names.size(); ++field) {
-    if (!addField(dict.get(), record, field, element)) return nullptr;
-  }
-  return dict.release();
+PyObject* StructToPyDict::convertItem(const ItemList& items, size_t i) const {
+  const Item& item = items[i];
+  if (item.form() != Item::Form::kElement) return ConvertZDAToPyObject::convertItem(items, i);
+  return makeDict(item.array(), item.element(), sharedFieldKeys(item.array().layout()));
 }
 
 }  // namespace PythonZorvanDataArray::detail

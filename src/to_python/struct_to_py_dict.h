@@ -12,6 +12,7 @@ namespace PythonZorvanDataArray::detail {
 class StructToPyDict : public ConvertZDAToPyObject {
  public:
   PyObject* convert(const foundation::zorvandata::Array& array) const override;
+  PyObject* convertItem(const foundation::zorvandata::ItemList& items, size_t i) const override;
 
   // Position of the element that convert takes; only for instances of one's own.
   void setIndex(size_t index) { index_ = index; }

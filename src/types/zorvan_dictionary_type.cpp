@@ -45,7 +45,7 @@ int dictionary_init(PyObject* self, PyObject* args, PyObject* kwds) {
 // So that isinstance knows instances for mappings, and match statements too, for which the type
 // must not be immutable.
 bool registerAsMutableMapping(PyObject* type) {
-  const auto abc = PyObjectWithGuard::owned(PyImport_ImportModule("collections.abc"));
+  const auto abc = PyObjectWithGuard::owned(PyImport_ImportModule("_collections_abc"));
   if (!abc) return false;
   const auto mapping =
       PyObjectWithGuard::owned(PyObject_GetAttrString(abc.get(), "MutableMapping"));
