@@ -207,15 +207,23 @@ void putChildren(Sink& sink, const ItemSpan& items) {
   }
 }
 
+enum ColumnBits : size_t { kHasInts = 1, kHasReals = 2, kHasTexts = 4 };
+
+size_t columnsOf(const ItemSpan& items) {
+  size_t columns = 0;
+  for (size_t i = 0; i < items.count; ++i) {
+    const unsigned char kind = kindOf(items[i]);
+    if (kind == kChildKind) continue;
+    const auto type = static_cast<ArrayType>(kind);
+    columns |= isIntegerOrLogical(type)           ? kHasInts
+               : items[i].form() == Form::kScalar ? kHasReals
+                                                  : kHasTexts;
+  }
+  return columns;
+}
+
 template <class Sink>
-void putMixed(Sink& sink, const ItemSpan& items) {
-  sink.nested(kKinds, [&] {
-    for (size_t i = 0; i < items.count; ++i) {
-      const unsigned char kind = kindOf(items[i]);
-      sink.bytes(&kind, 1);
-    }
-  });
-  putInts(sink, items);
+void putReals(Sink& sink, const ItemSpan& items) {
   sink.nested(kReals, [&] {
     for (size_t i = 0; i < items.count; ++i) {
       if (items[i].form() != Form::kScalar) continue;
@@ -225,7 +233,20 @@ void putMixed(Sink& sink, const ItemSpan& items) {
       }
     }
   });
-  putTexts(sink, items);
+}
+
+template <class Sink>
+void putMixed(Sink& sink, const ItemSpan& items) {
+  sink.nested(kKinds, [&] {
+    for (size_t i = 0; i < items.count; ++i) {
+      const unsigned char kind = kindOf(items[i]);
+      sink.bytes(&kind, 1);
+    }
+  });
+  const size_t columns = sink.choice([&] { return columnsOf(items); });
+  if (columns & kHasInts) putInts(sink, items);
+  if (columns & kHasReals) putReals(sink, items);
+  if (columns & kHasTexts) putTexts(sink, items);
   putChildren(sink, items);
 }
 

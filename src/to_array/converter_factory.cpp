@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "to_array/py_dict_to_struct.h"
+#include "to_array/argument_scope.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
@@ -14,9 +14,7 @@ using foundation::zorvandata::Array;
 using foundation::zorvandata::ItemList;
 
 std::optional<Array> createZorvanDataArray(PyObject* obj) {
-  struct Forget {
-    ~Forget() { detail::PyDictToStruct::forgetLastLayout(); }
-  } const atEnd;
+  const detail::ArgumentScope scope;
   return detail::createZDA(obj, std::nullopt);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "to_array/argument_scope.h"
 #include "to_array/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -33,10 +34,8 @@ std::string fieldName(PyObject* key) {
   return "";
 }
 
-using Keys = std::vector<PyObjectWithGuard>;
-
 // The layout of the keys, which must be as many as there are values; NULL with ValueError set.
-std::shared_ptr<const Layout> makeLayoutOf(const Keys& keys) {
+std::shared_ptr<const Layout> makeLayoutOf(const DictKeys& keys) {
   std::vector<std::string> names;
   names.reserve(keys.size());
   for (const PyObjectWithGuard& key : keys) {
@@ -44,38 +43,6 @@ std::shared_ptr<const Layout> makeLayoutOf(const Keys& keys) {
     if (names.back().empty()) return nullptr;
   }
   return foundation::zorvandata::makeLayout("", std::move(names));
-}
-
-// The layout of the dict before, for the dicts of a list are often alike: the very same key objects
-// in the same order stand for the same names.
-class LastLayout {
- public:
-  void forget() {
-    layout_.reset();
-    keys_.clear();
-  }
-  std::shared_ptr<const Layout> layoutOf(Keys& keys) {
-    const auto same = [](const PyObjectWithGuard& a, const PyObjectWithGuard& b) {
-      return a.get() == b.get();
-    };
-    if (layout_ && std::equal(keys.begin(), keys.end(), keys_.begin(), keys_.end(), same)) {
-      return layout_;
-    }
-    auto layout = makeLayoutOf(keys);
-    if (!layout) return nullptr;
-    keys_.swap(keys);
-    layout_ = layout;
-    return layout;
-  }
-
- private:
-  Keys keys_;
-  std::shared_ptr<const Layout> layout_;
-};
-
-LastLayout& lastLayout() {
-  static LastLayout last;
-  return last;
 }
 
 struct Fields {
@@ -86,7 +53,7 @@ struct Fields {
 // Absent with ValueError set.
 std::optional<Fields> readFields(PyObject* dict) {
   const auto count = static_cast<size_t>(std::max<Py_ssize_t>(PyDict_Size(dict), 0));
-  Keys keys;
+  DictKeys keys;
   keys.reserve(count);
   Fields fields;
   fields.values.reserve(count);
@@ -96,14 +63,15 @@ std::optional<Fields> readFields(PyObject* dict) {
     keys.push_back(PyObjectWithGuard::newReference(key));
     fields.values.push_back(PyObjectWithGuard::newReference(value));
   }
-  fields.layout = lastLayout().layoutOf(keys);
+  fields.layout = ArgumentScope::layoutOf(keys);
+  if (fields.layout) return fields;
+  fields.layout = makeLayoutOf(keys);
   if (!fields.layout) return std::nullopt;
+  ArgumentScope::remember(std::move(keys), fields.layout);
   return fields;
 }
 
 }  // namespace
-
-void PyDictToStruct::forgetLastLayout() { lastLayout().forget(); }
 
 std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;
@@ -115,7 +83,7 @@ std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<
   if (!fields) return std::nullopt;
   const std::vector<PyObjectWithGuard>& values = fields->values;
 
-  ItemList items;
+  ItemList items(ArgumentScope::arena());
   items.reserve(values.size());
   for (const PyObjectWithGuard& field : values) {
     if (field.get() == obj) {

@@ -11,10 +11,6 @@ class PyDictToStruct final : public ConvertToZorvanDataArray {
  public:
   std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
                                                        const std::optional<Options>&) override;
-
-  // Lets go of the keys of the dict converted last, which the next one may share. To be called
-  // when the conversion of an argument ends.
-  static void forgetLastLayout();
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -8,6 +8,7 @@
 
 #include "bridge/data_array_protobuf_bridge.h"
 #include "dataarray/array_predicates.h"
+#include "to_array/argument_scope.h"
 #include "to_array/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -81,7 +82,7 @@ bool isHomogeneous(const std::vector<PyObjectWithGuard>& objects) {
 
 std::optional<ItemList> convertAll(const std::vector<PyObjectWithGuard>& objects) {
   const std::optional<Options> options = getOptionsWithinDict();
-  ItemList items;
+  ItemList items(ArgumentScope::arena());
   items.reserve(objects.size());
   for (const PyObjectWithGuard& object : objects) {
     if (!appendZDA(items, object.get(), options)) return std::nullopt;

@@ -1,5 +1,6 @@
 #include "to_array/sequence_converters.h"
 
+#include "to_array/argument_scope.h"
 #include "to_array/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -22,7 +23,7 @@ template <class Next>
 std::optional<Array> toCell(Py_ssize_t count, Next&& next) {
   const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
   if (!level || count < 0) return std::nullopt;
-  ItemList items;
+  ItemList items(ArgumentScope::arena());
   items.reserve(static_cast<size_t>(count));
   for (Py_ssize_t i = 0; i < count; ++i) {
     const PyObjectWithGuard element = next(i);
