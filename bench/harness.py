@@ -13,13 +13,21 @@ from functools import partial
 from timeit import Timer
 from typing import Any
 
+import frames
 import memory
 import msgpack
 import numpy
+import pandas
 import py_pb
 from workloads import CODECS, OURS, Workload
 
-MODULES = {"msgpack": msgpack, "numpy": numpy, "pickle": pickle, "py_pb": py_pb}
+MODULES = {
+    "frames": frames,
+    "msgpack": msgpack,
+    "numpy": numpy,
+    "pickle": pickle,
+    "py_pb": py_pb,
+}
 LIGHT_IMPORT = """
 import sys, py_pb
 loaded = {"numpy", "pandas"} & sys.modules.keys()
@@ -67,6 +75,8 @@ def same(sent: Any, received: Any) -> bool:
     if isinstance(sent, numpy.ndarray):
         array = numpy.asarray(received)
         return array.dtype == sent.dtype and numpy.array_equal(array, sent)
+    if isinstance(sent, pandas.DataFrame):
+        return frames.same(sent, received)
     if type(sent) is not type(received):
         return False
     if isinstance(sent, list):
@@ -138,6 +148,7 @@ def conditions() -> str:
     collector = f"on {gc.get_threshold()}" if gc.isenabled() else "off"
     return (
         f"Python {sys.version.split()[0]}, numpy {numpy.__version__},"
+        f" pandas {pandas.__version__},"
         f" msgpack {'.'.join(map(str, msgpack.version))}, garbage collector {collector},"
         f" huge pages {memory.huge_pages()}"
     )

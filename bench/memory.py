@@ -86,3 +86,5 @@ def buffer_size(value: Any) -> int:
         return memoryview(value).nbytes
     except TypeError:
         return 0
+    except ValueError:  # numpy's times have no format that a buffer could give
+        return value.nbytes

@@ -14,8 +14,9 @@ from functools import partial
 from pathlib import Path
 
 import harness
+import zoned
 from harness import Row
-from workloads import WORKLOADS
+from workloads import MILLION, WORKLOADS
 
 COLUMNS = "{:<14}{:<8}{:<12}{:>10}{:>10}{:>8}{:>10}{:>8}"
 HEADINGS = ("workload", "way", "peer", "py_pb", "peer", "ratio", "peak MB", "copies")
@@ -51,6 +52,7 @@ def all_jobs(quick: bool, repetitions: int) -> dict[str, Callable[[], Iterable[R
     for workload in WORKLOADS:
         size = workload.quick_size if quick else workload.size
         jobs[workload.name] = partial(harness.measure, workload, size, repetitions)
+    jobs["zoned-dates"] = partial(zoned.measure, 1000 if quick else MILLION, repetitions)
     jobs["start-up"] = partial(harness.measure_start_up, repetitions)
     return jobs
 

@@ -4,9 +4,13 @@ from __future__ import annotations
 
 from collections.abc import Callable
 from dataclasses import dataclass
+from datetime import datetime
 from typing import Any
+from zoneinfo import ZoneInfo
 
+import frames
 import numpy
+import zorvan
 
 OURS = "py_pb"
 
@@ -27,6 +31,7 @@ CODECS = {
     OURS: Codec("py_pb.py_to_serialized_str(args)", "py_pb.serialized_str_to_py(data)"),
     "pickle": Codec("pickle.dumps(args, 5)", "pickle.loads(data)"),
     "msgpack": Codec("msgpack.packb(args)", "msgpack.unpackb(data)"),
+    "arrow": Codec("frames.to_arrow_stream(*args)", "[frames.from_arrow_stream(data)]"),
     "copy": Codec("args[0].tobytes(order='F')", COPY_BACK),
     "F copy": Codec("numpy.asfortranarray(args[0]).tobytes(order='F')", COPY_BACK),
 }
@@ -76,13 +81,28 @@ def records(count: int) -> list[dict[str, Any]]:
     return [{"id": i, "value": i * 0.5, "name": f"record {i}"} for i in range(count)]
 
 
+def dictionary(count: int) -> zorvan.dictionary:
+    return zorvan.dictionary({f"key {i}": i * 0.5 for i in range(count)})
+
+
 def mixed_lists(leaves: int) -> list[list[Any]]:
     return [[i, i * 0.5, i % 3 == 0, f"leaf {i}", -i] for i in range(leaves // 5)]
+
+
+def nanoseconds(count: int) -> numpy.ndarray:
+    """Of 26 days: of lengths of time more than 50 days are not exact."""
+    return random().integers(0, 2**51, (1, count))
+
+
+def aware_dates(count: int) -> list[datetime]:
+    zone = ZoneInfo("Europe/Berlin")
+    return [datetime.fromtimestamp(s, zone) for s in random().integers(0, 2**31, count).tolist()]
 
 
 ARRAY_PEERS = ("copy", "pickle")
 STRIDED_PEERS = ("F copy", "pickle")
 LIST_PEERS = ("pickle", "msgpack")
+FRAME_PEERS = ("pickle", "arrow")
 MILLION = 1_000_000
 
 WORKLOADS = (
@@ -95,6 +115,14 @@ WORKLOADS = (
     Workload("texts-ascii", lambda n: (ascii_texts(n),), MILLION, 1000, LIST_PEERS),
     Workload("texts-other", lambda n: (non_ascii_texts(n),), MILLION, 1000, LIST_PEERS),
     Workload("dicts", lambda n: (records(n),), 100_000, 100, LIST_PEERS),
+    Workload("dictionary", lambda n: (dictionary(n),), 100_000, 100, ("pickle",)),
     Workload("nested-lists", lambda n: (mixed_lists(n),), MILLION, 1000, LIST_PEERS),
+    Workload("dates", lambda n: (nanoseconds(n).view("M8[ns]"),), MILLION, 1000, ARRAY_PEERS),
+    Workload("durations", lambda n: (nanoseconds(n).view("m8[ns]"),), MILLION, 1000, ARRAY_PEERS),
+    Workload("aware-dates", lambda n: (aware_dates(n),), 100_000, 100, ("pickle",)),
+    Workload("frame-floats", lambda n: (frames.floats(n),), MILLION, 1000, FRAME_PEERS),
+    Workload("frame-texts", lambda n: (frames.texts(n),), MILLION, 1000, FRAME_PEERS),
+    Workload("frame-objects", lambda n: (frames.text_objects(n),), MILLION, 1000, FRAME_PEERS),
+    Workload("frame-mixed", lambda n: (frames.mixed(n),), 100_000, 1000, FRAME_PEERS),
     Workload("small-call", lambda _: (1.0, 2, "abc"), 3, 3, LIST_PEERS, calls=20_000),
 )

@@ -7,14 +7,18 @@ import os
 import shutil
 import subprocess
 import sys
+from collections import ChainMap, OrderedDict
+from datetime import datetime, timedelta
+from zoneinfo import ZoneInfo
 
 import py_pb
 import zorvan
 
 try:
     import numpy
+    import pandas
 except ImportError:
-    sys.exit("This tour sends numpy arrays: install numpy first (pip install numpy).")
+    sys.exit("This tour sends arrays and data frames: first pip install numpy pandas.")
 
 STATIONS = ["Zürich", "Kraków", "東京 🗼"]
 # Air temperature in °C: one row a station, one column every four hours.
@@ -44,11 +48,22 @@ OTHERS = {
     "complex": 1 - 2j,
     "text": "Grüße 🌡 20 °C",
     "list": [1, 2.5, "three", [True, [4j]]],
+    "dictionary": zorvan.dictionary({"Zürich": 408.5, "Kraków": 219, 7: "spare"}),
     "dict": {"stations": STATIONS, "unit": "°C", "sensor": {"id": 7, "accuracy": 0.1}},
+}
+DAYS = pandas.DatetimeIndex(["2026-06-21", "2026-06-22"], name="day")
+DATES_AND_TABLES = {
+    "with a time zone": datetime(2026, 10, 25, 2, 30, fold=1, tzinfo=ZoneInfo("Europe/Zurich")),
+    "interval": timedelta(hours=4),
+    "days": numpy.array([["2026-06-21", "NaT"]], "datetime64[us]"),
+    "table": pandas.DataFrame({"station": STATIONS, "maximum": TEMPERATURE.max(axis=1)}),
+    "timetable": pandas.DataFrame({"sunshine": [10.5, 3.0], "rain": [False, True]}, index=DAYS),
 }
 # What the engine gives back in another form: the value sent, and what returns.
 CHANGED = {
     "tuple": ((1, "two"), [1, "two"]),
+    "OrderedDict": (OrderedDict({1: "roof"}), zorvan.dictionary({1: "roof"})),
+    "ChainMap": (ChainMap({"unit": "K"}, {"unit": "°C"}), zorvan.dictionary(unit="K")),
     "bytes": (b"raw", zorvan.uint8([114, 97, 119])),
     "1-by-1 array": (numpy.array([[7.5]]), 7.5),
     "empty text": ("", []),
@@ -81,6 +96,8 @@ def describe(value):
     """Kind and extents of an array, or the value itself."""
     if isinstance(value, numpy.ndarray):
         return f"numpy {value.dtype} {'x'.join(map(str, value.shape))}"
+    if isinstance(value, pandas.DataFrame):
+        return f"pandas {len(value)} rows of {', '.join(value.columns)}"
     if hasattr(value, "size"):
         return f"zorvan.{type(value).__name__} {'x'.join(map(str, value.size))}"
     return repr(value)
@@ -88,11 +105,13 @@ def describe(value):
 
 def is_same(expected, received):
     """Same types, extents and elements; arrays in the machine's byte order, vectors as rows."""
+    if isinstance(expected, pandas.DataFrame):
+        return expected.equals(received)
     if not isinstance(expected, numpy.ndarray):
         return received == expected and repr(received) == repr(expected)
     expected, actual = numpy.atleast_2d(expected), numpy.asarray(received)
     kept = actual.dtype == expected.dtype.newbyteorder("=") and actual.shape == expected.shape
-    return kept and numpy.array_equal(actual, expected)
+    return kept and numpy.array_equal(actual, expected, equal_nan=True)
 
 
 def show_what_the_engine_sees(values):
@@ -119,6 +138,8 @@ def show_what_only_an_engine_makes():
     print(f"handles  {devices!r}")
     (points,) = call("object")
     print(f"objects  {points!r} with {len(points)} rows of {len(points[0])}")
+    classes = call("class", points, points[1][2], nargout=2)
+    print(f"back     whole and as an element they are {classes} to the engine")
     print(f"missing  {call('missing', nargout=2)!r}")
     try:
         call("sparse")
@@ -136,6 +157,10 @@ def main():
     show_what_the_engine_sees(OTHERS.values())
     heading("and come back as what they were")
     complete &= send_and_return(OTHERS, OTHERS.values(), OTHERS.values())
+    heading("Dates keep their time zone, data frames their columns")
+    complete &= send_and_return(
+        DATES_AND_TABLES, DATES_AND_TABLES.values(), DATES_AND_TABLES.values()
+    )
     heading("Some values come back in another form")
     complete &= send_and_return(CHANGED, *zip(*CHANGED.values()))
 

@@ -38,6 +38,13 @@ inline int showUsage(const std::string& usage, bool askedFor) {
   return askedFor ? 0 : 2;
 }
 
+// Says that a command takes exactly one operand, then how it is called; returns the exit code.
+inline int refuseOperands(const char* name, const char* operand, int count,
+                          const std::string& usage) {
+  std::cerr << name << ": expected one " << operand << ", found " << count << '\n';
+  return showUsage(usage, false);
+}
+
 // Runs the command and returns its exit code; an exception becomes a line on standard error.
 template <class Command>
 int runCommand(const char* name, Command command) {

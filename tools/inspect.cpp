@@ -2,6 +2,7 @@
 
 #include <getopt.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "command.h"
@@ -11,7 +12,9 @@
 
 namespace {
 
-using foundation::protobuf::common::Envelope;
+using namespace foundation::protobuf::common;  // NOLINT(google-build-using-namespace)
+
+constexpr char kName[] = "zorvan-inspect";
 
 std::string readFile(const std::string& path) {
   if (path == "-") return tools::readAll(stdin, "standard input");
@@ -21,26 +24,49 @@ std::string readFile(const std::string& path) {
   return tools::readAll(file.get(), path);
 }
 
-void show(const std::string& path, bool asResult, bool asJson) {
-  Envelope envelope = foundation::protobuf::common::decodeEnvelope(readFile(path));
+// An array that the end of the bytes cuts off is not shown.
+void dropCutArrays(EnvelopeOutline& outline) {
+  auto& arrays = outline.arrays;
+  const auto isCut = [](const auto& array) { return array.cut; };
+  arrays.erase(std::remove_if(arrays.begin(), arrays.end(), isCut), arrays.end());
+}
+
+void writeOutline(const EnvelopeOutline& outline, bool asResult, bool asJson) {
+  Envelope envelope{decodeArrays(outline), std::nullopt, std::nullopt};
   if (asResult) {
-    envelope.nargout.reset();
+    envelope.error = outline.error;
   } else {
-    envelope.error.reset();
+    envelope.nargout = outline.nargout;
   }
   std::ios::sync_with_stdio(false);
-  const auto write = asJson ? tools::writeJson : tools::writeTree;
-  write(std::cout, asResult ? "ZORVAN_Result" : "ZORVAN_Params", envelope);
+  const auto writeEnvelope = asJson ? tools::writeJson : tools::writeTree;
+  writeEnvelope(std::cout, asResult ? "ZORVAN_Result" : "ZORVAN_Params", envelope);
   if (!std::cout.flush()) throw std::runtime_error("cannot write the output");
+}
+
+// Returns the exit code.
+int show(const std::string& path, bool asResult, bool asJson) {
+  const std::string bytes = readFile(path);
+  EnvelopeOutline outline = readOutline(bytes);
+  dropCutArrays(outline);
+  writeOutline(outline, asResult, asJson);
+  if (outline.error && !asResult) {
+    std::cerr << kName << ": the message carries an engine error, which --result shows\n";
+  }
+  if (!outline.broken) return 0;
+  std::cerr << kName << ": the bytes break off or are no message; shown is what stands before\n";
+  return 1;
 }
 
 constexpr char kUsage[] =
     "Usage: zorvan-inspect [--json] [--result] FILE\n"
     "Shows what a ZORVAN message holds: a tree for people, JSON for programs.\n\n"
     "  FILE      the message's file, - for standard input\n"
-    "  --json    write one line of JSON instead of a tree\n"
+    "  --json    write one line of JSON instead of a tree; numbers that JSON lacks are the\n"
+    "            texts \"NaN\", \"Inf\" and \"-Inf\"\n"
     "  --result  read the message as ZORVAN_Result, not ZORVAN_Params\n"
-    "  --help    show this text\n";
+    "  --help    show this text\n\n"
+    "The exit code is 0, or 1 when the message is broken or makes no sense.\n";
 
 int inspect(int argc, char** argv) {
   int asJson = 0;
@@ -52,13 +78,13 @@ int inspect(int argc, char** argv) {
   for (int found = 0; (found = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
     if (found != 0) return tools::showUsage(kUsage, found == 'h');
   }
-  if (argc - optind != 1) return tools::showUsage(kUsage, false);
-  show(argv[optind], asResult != 0, asJson != 0);
-  return 0;
+  const int files = argc - optind;
+  if (files != 1) return tools::refuseOperands(kName, "FILE", files, kUsage);
+  return show(argv[optind], asResult != 0, asJson != 0);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return tools::runCommand("zorvan-inspect", [&] { return inspect(argc, argv); });
+  return tools::runCommand(kName, [&] { return inspect(argc, argv); });
 }

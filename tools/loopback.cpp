@@ -26,7 +26,9 @@ int loopback(int argc, char** argv) {
   const option options[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
   const int found = getopt_long(argc, argv, "h", options, nullptr);
   if (found != -1) return tools::showUsage(usage(), found == 'h');
-  if (argc - optind != 1) return tools::showUsage(usage(), false);
+  if (argc - optind != 1) {
+    return tools::refuseOperands("zorvan-loopback", "FUNCTION", argc - optind, usage());
+  }
 
   const std::string answer = answerTo(argv[optind]);
   const size_t written = std::fwrite(answer.data(), 1, answer.size(), stdout);

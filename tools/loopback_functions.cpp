@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "loopback_tables.h"
 #include "zorvandata/array_factory.h"
 #include "zorvandata/typed_array.h"
 
@@ -116,6 +117,12 @@ Envelope missing(const Array&) {
       {factory.createValueObjectScalar(factory.createClassInfo({"missing"})), std::move(texts)});
 }
 
+// A function that takes no notice of its arguments.
+template <Array (*make)()>
+Envelope made(const Array&) {
+  return outputs({make()});
+}
+
 struct Row {
   std::string_view name;
   Function function;
@@ -135,6 +142,11 @@ constexpr Row kFunctions[] = {
     {"handle", handle, "a 1-by-2 array of handle references"},
     {"object", object, "a 2-by-3 array of value objects with two properties"},
     {"missing", missing, "the missing value, and a 1-by-3 string array whose middle is missing"},
+    {"table", made<makePlainTable>, "a table with a variable of each plain kind"},
+    {"timetable", made<makeZonedTimetable>, "a timetable whose row times have a time zone"},
+    {"nested-table", made<makeNestedTable>, "a table that holds tables and a matrix"},
+    {"categorical", made<makeCategoricalTable>, "a table with a categorical variable"},
+    {"row-names", made<makeTableWithRowNames>, "a table whose rows have names"},
 };
 
 // The first `count` elements of a cell array.

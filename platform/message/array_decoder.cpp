@@ -109,6 +109,21 @@ const char* take(std::string_view& column, size_t size) {
   return value;
 }
 
+// Values that a few bytes stand for are made once and shared.
+const std::shared_ptr<const Layout>& noNames() {
+  static const auto layout = makeLayout("", {});
+  return layout;
+}
+const Array& unknownScalar() {
+  static const Array array = makeArray(ArrayType::UNKNOWN, Dimensions::scalar(), ItemList());
+  return array;
+}
+const Array& emptyStruct() {
+  static const Array array =
+      makeArray(ArrayType::STRUCT, Dimensions::scalar(), ItemList(), noNames());
+  return array;
+}
+
 class Decoder {
  public:
   Array array(std::string_view bytes, bool cut, int depth) {
@@ -199,7 +214,7 @@ class Decoder {
       case ArrayType::CELL:
         return makeArray(type, dims, items(fields, count));
       case ArrayType::UNKNOWN:
-        return dims.isScalar() ? unknownScalar_ : makeArray(type, dims, ItemList());
+        return dims.isScalar() ? unknownScalar() : makeArray(type, dims, ItemList());
       default:
         return named(type, dims, fields);
     }
@@ -233,8 +248,12 @@ class Decoder {
 
   std::shared_ptr<const Layout> layout(Fields& fields) {
     checkUtf8(fields.className);
-    if (fields.className.empty() && fields.names.empty()) return noNames_;
-    return makeLayout(std::string(fields.className), std::move(fields.names));
+    if (fields.className.empty() && fields.names.empty()) return noNames();
+    // Objects of one class follow each other.
+    if (lastLayout_->className != fields.className || lastLayout_->names != fields.names) {
+      lastLayout_ = makeLayout(std::string(fields.className), std::move(fields.names));
+    }
+    return lastLayout_;
   }
 
   // Structs and objects: every name has an item in every element.
@@ -245,8 +264,8 @@ class Decoder {
     if (__builtin_mul_overflow(fields.names.size(), dims.elements(), &count)) {
       throw InvalidDimensionsException("they do not match the payload");
     }
-    if (type == ArrayType::STRUCT && dims.isScalar() && fields.names.empty()) return emptyStruct_;
     ItemList values = items(fields, count);
+    if (type == ArrayType::STRUCT && dims.isScalar() && count == 0) return emptyStruct();
     return makeArray(type, dims, std::move(values), layout(fields));
   }
 
@@ -370,14 +389,19 @@ class Decoder {
   }
 
   std::shared_ptr<Arena> arena_ = std::make_shared<Arena>();
-  // Values that a few bytes stand for are made once and shared.
-  std::shared_ptr<const Layout> noNames_ = makeLayout("", {});
-  Array unknownScalar_ = makeArray(ArrayType::UNKNOWN, Dimensions::scalar(), ItemList());
-  Array emptyStruct_ = makeArray(ArrayType::STRUCT, Dimensions::scalar(), ItemList(), noNames_);
+  std::shared_ptr<const Layout> lastLayout_ = noNames();
 };
 
 }  // namespace
 
-Array decodeArray(std::string_view bytes, bool cut) { return Decoder().array(bytes, cut, 1); }
+Array decodeArray(const ArrayBytes& array) { return Decoder().array(array.bytes, array.cut, 1); }
+
+ItemList decodeEach(const std::vector<ArrayBytes>& arrays) {
+  Decoder decoder;
+  ItemList items;
+  items.reserve(arrays.size());
+  for (const ArrayBytes& array : arrays) items.append(decoder.array(array.bytes, array.cut, 1));
+  return items;
+}
 
 }  // namespace foundation::protobuf

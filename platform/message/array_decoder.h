@@ -1,16 +1,27 @@
-// Reads one ZORVAN_Array message as a data array, trusting nothing it reads.
+// Reads ZORVAN_Array messages as data arrays, trusting nothing it reads.
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "zorvandata/array.h"
+#include "zorvandata/item_list.h"
 
 namespace foundation::protobuf {
+
+// Bytes of one array inside a message.
+struct ArrayBytes {
+  std::string_view bytes;
+  bool cut;  // the message ended before the array did
+};
 
 // Every length is held against the bytes left, every count against the dimensions, every index
 // against its range; each item uses up at least one byte. A message that is `cut` may break off
 // anywhere: what was read before is taken, if it makes sense. Throws an Exception of the
 // data-array library.
-zorvandata::Array decodeArray(std::string_view bytes, bool cut);
+zorvandata::Array decodeArray(const ArrayBytes& array);
+
+// All of them, in order.
+zorvandata::ItemList decodeEach(const std::vector<ArrayBytes>& arrays);
 
 }  // namespace foundation::protobuf

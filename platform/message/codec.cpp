@@ -3,7 +3,6 @@
 #include <climits>
 #include <stdexcept>
 
-#include "message/array_decoder.h"
 #include "message/array_encoder.h"
 #include "message/field_reader.h"
 #include "message/fields.h"
@@ -129,9 +128,7 @@ EnvelopeOutline readOutline(std::string_view bytes) {
 }
 
 Array decodeArrays(const EnvelopeOutline& outline) {
-  ItemList items;
-  items.reserve(outline.arrays.size());
-  for (const ArrayBytes& array : outline.arrays) items.append(decodeArray(array.bytes, array.cut));
+  ItemList items = decodeEach(outline.arrays);
   const auto dims = zorvandata::Dimensions::row(items.size());
   return makeArray(ArrayType::CELL, dims, std::move(items));
 }
@@ -157,7 +154,7 @@ std::string encodeArray(const Array& array) {
 }
 
 Array decodeArray(std::string_view bytes) {
-  return foundation::protobuf::decodeArray(bytes, false);
+  return foundation::protobuf::decodeArray({bytes, false});
 }
 
 }  // namespace foundation::zorvandata::protobuf

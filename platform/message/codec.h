@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "message/array_decoder.h"
 #include "message/envelope.h"
 #include "zorvandata/array.h"
 
@@ -35,12 +36,6 @@ class EnvelopeEncoder {
 };
 
 std::string encodeEnvelope(const Envelope& envelope);
-
-// Bytes of one array inside a message.
-struct ArrayBytes {
-  std::string_view bytes;
-  bool cut;  // the message ended before the array did
-};
 
 // A message whose arrays are still encoded; refers to the bytes it was read from.
 struct EnvelopeOutline {

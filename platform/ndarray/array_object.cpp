@@ -8,6 +8,7 @@
 #include "construction.h"
 #include "indexing.h"
 #include "pickling.h"
+#include "single_element.h"
 
 namespace ndarray {
 
@@ -87,6 +88,8 @@ PyMethodDef methods[] = {
     {"__copy__", copyArray, METH_NOARGS, "__copy__($self, /)\n--\n\nThe same as copy()."},
     {"__deepcopy__", deepCopyArray, METH_O,
      "__deepcopy__($self, memo, /)\n--\n\nThe same as copy()."},
+    {"__complex__", asComplex, METH_NOARGS,
+     "__complex__($self, /)\n--\n\nThe only element as a complex."},
     {"__reduce_ex__", reduceArray, METH_O,
      "__reduce_ex__($self, protocol, /)\n--\n\nSupports pickling; from protocol 5 on without a "
      "copy."},
@@ -138,6 +141,11 @@ Ref makeClass(ElementClass element_class) {
       {Py_sq_item, slot(getRow)},
       {Py_sq_contains, slot(containsElement)},
       {Py_bf_getbuffer, slot(exportBuffer)},
+      {Py_nb_int, slot(asInt)},
+      {Py_nb_float, slot(asFloat)},
+      {Py_nb_bool, slot(asTruth)},
+      // Last, because an empty slot ends the list.
+      isIntegerClass(element_class) ? PyType_Slot{Py_nb_index, slot(asIndex)} : PyType_Slot{},
       {0, nullptr},
   };
   // The name must outlive the class.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 #include "buffer_format.h"
 
@@ -33,11 +34,42 @@ BufferFormat formatOf(const Py_buffer& view) {
   return *parsed;
 }
 
+// Nothing when there is no such attribute.
+std::optional<Ref> attributeOf(PyObject* object, const char* name) {
+  PyObject* attribute = PyObject_GetAttrString(object, name);
+  if (attribute != nullptr) return Ref::take(attribute);
+  if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw PythonError{};
+  PyErr_Clear();
+  return std::nullopt;
+}
+
+bool isTimeKind(PyObject* kind) {
+  return PyUnicode_Check(kind) && (PyUnicode_CompareWithASCIIString(kind, "M") == 0 ||
+                                   PyUnicode_CompareWithASCIIString(kind, "m") == 0);
+}
+
+// numpy's scalar dates and times pass their eight bytes of memory off as eight numbers. Their dtype
+// tells.
+void refuseDatesAsBytes(PyObject* exporter, const Py_buffer& view) {
+  const bool could_be_one = view.len == 8 && view.itemsize == 1 && view.ndim == 1;
+  if (!could_be_one) return;
+  const auto dtype = attributeOf(exporter, "dtype");
+  if (!dtype) return;
+  const auto kind = attributeOf(dtype->get(), "kind");
+  if (!kind || !isTimeKind(kind->get())) return;
+  const Ref name = Ref::take(PyObject_Str(dtype->get()));
+  const char* text = PyUnicode_AsUTF8AndSize(name.get(), nullptr);
+  if (text == nullptr) throw PythonError{};
+  raise(PyExc_TypeError,
+        "numpy '" + std::string(text) + "' has no counterpart among ZORVAN element types");
+}
+
 }  // namespace
 
 BufferSource::BufferSource(PyObject* exporter) {
   if (PyObject_GetBuffer(exporter, &view_, PyBUF_FULL_RO) != 0) throw PythonError{};
   ReleaseOnFailure release(view_);
+  refuseDatesAsBytes(exporter, view_);
   const BufferFormat format = formatOf(view_);
   type_ = format.type;
   copy_ = copyFunction(format.conversion, format.component_size, type_.componentCount());

@@ -2,7 +2,7 @@
 //
 // Holds the buffer from construction to destruction, so its memory neither moves nor goes away;
 // both need the interpreter lock. Construction throws PythonError with what the exporter raised,
-// TypeError for a format without counterpart, BufferError for a layout that cannot be read,
+// TypeError for elements without counterpart, BufferError for a layout that cannot be read,
 // ValueError for sizes that cannot be.
 #pragma once
 

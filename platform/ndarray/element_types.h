@@ -25,6 +25,10 @@ enum class ElementClass : std::uint8_t {
 
 constexpr std::size_t kClassCount = 11;
 
+constexpr bool isIntegerClass(ElementClass element_class) {
+  return element_class > ElementClass::kSingle && element_class < ElementClass::kLogical;
+}
+
 // A component of class kLogical as it lies in memory: 0 or 1.
 struct Logical {
   std::uint8_t value;

@@ -111,10 +111,6 @@ T fromReal(const Real& real, ElementClass target) {
   }
 }
 
-bool isIntegerClass(ElementClass element_class) {
-  return element_class > ElementClass::kSingle && element_class < ElementClass::kLogical;
-}
-
 Real readInteger(PyObject* integer, ElementClass target) {
   int overflow = 0;
   const long long value = PyLong_AsLongLongAndOverflow(integer, &overflow);
@@ -221,6 +217,11 @@ void convertElements(ElementType from_type, const char* from, ElementType to_typ
     from += from_type.size();
     to += to_type.size();
   }
+}
+
+bool isNonZero(const Number& number) {
+  const auto differs = [](auto part) { return part != 0; };
+  return unpack(number.real, differs) || unpack(number.imaginary, differs);
 }
 
 Ref elementToPython(ElementType type, const char* from) {

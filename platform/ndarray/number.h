@@ -45,6 +45,9 @@ void storeElement(ElementType type, const Number& number, char* to);
 void convertElements(ElementType from_type, const char* from, ElementType to_type, char* to,
                      std::size_t count);
 
+// NaN is not zero.
+bool isNonZero(const Number& number);
+
 // bool, int, float or complex. OverflowError for complex integers that a complex cannot hold.
 Ref elementToPython(ElementType type, const char* from);
 

@@ -3,7 +3,11 @@ from typing import Any
 from typing_extensions import Buffer
 
 def py_to_serialized_str(
-    values: tuple[Any, ...], /, *, nargout: int | str = 1, schema: str = "ZORVAN_PARAMS"
+    values: tuple[Any, ...] | list[Any] | set[Any],
+    /,
+    *,
+    nargout: int | str = 1,
+    schema: str = "ZORVAN_PARAMS",
 ) -> bytes:
     """Encodes the arguments of an engine call as a serialized parameters message.
 

@@ -22,7 +22,8 @@ _ARRAY_CLASSES = (
 # py_pb sets these attributes when it is imported.
 _SET_BY_PY_PB = ("object", "dictionary")
 
-__all__ = [*_ARRAY_CLASSES, *_SET_BY_PY_PB, "schema_dir"]
+# Without `object`, which would hide the builtin from whoever imports everything.
+__all__ = [*_ARRAY_CLASSES, "dictionary", "schema_dir"]
 
 
 def schema_dir():
@@ -43,4 +44,4 @@ def __getattr__(name):
 
 
 def __dir__():
-    return sorted({*globals(), *__all__})
+    return sorted({*globals(), *_ARRAY_CLASSES, *_SET_BY_PY_PB})

@@ -30,7 +30,6 @@ __all__ = [
     "int64",
     "uint64",
     "logical",
-    "object",
     "dictionary",
     "schema_dir",
 ]

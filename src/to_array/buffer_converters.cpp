@@ -1,5 +1,7 @@
 #include "to_array/buffer_converters.h"
 
+#include "to_array/date_time_converters.h"
+#include "to_array/duration_converters.h"
 #include "to_array/numpy_info.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
@@ -30,14 +32,23 @@ std::optional<Array> convertBufferToZDA(PyObject* obj,
 std::optional<Array> NumpyNDArrayObjectToBuffer::convert(PyObject* obj,
                                                          const std::optional<Options>& options) {
   if (!obj) return std::nullopt;
-  if (numPyDtypeKindAsChar(obj) == 0) {
-    if (!PyErr_Occurred()) {
-      setPythonErrorStr(PyExc_AttributeError, formatMessage(AttributeNotRetrieved,
-                                                            "Unable to retrieve kind from string"));
-    }
-    return std::nullopt;
+  static PyNumpyDatetime64ArrayToDatetime datetime64Converter;
+  static PyNumpyTimedelta64ToDuration timedelta64Converter;
+  switch (numPyDtypeKindAsChar(obj)) {
+    case 0:
+      if (!PyErr_Occurred()) {
+        setPythonErrorStr(
+            PyExc_AttributeError,
+            formatMessage(AttributeNotRetrieved, "Unable to retrieve kind from string"));
+      }
+      return std::nullopt;
+    case 'M':
+      return datetime64Converter.convert(obj, options);
+    case 'm':
+      return timedelta64Converter.convert(obj, options);
+    default:
+      return convertBufferToZDA(obj, options);
   }
-  return convertBufferToZDA(obj, options);
 }
 
 }  // namespace PythonZorvanDataArray::detail

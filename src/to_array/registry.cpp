@@ -5,7 +5,12 @@
 #include "to_array/buffer_converters.h"
 #include "to_array/bytes_converters.h"
 #include "to_array/converter_factory.h"
+#include "to_array/date_time_converters.h"
+#include "to_array/date_time_objects.h"
+#include "to_array/duration_converters.h"
 #include "to_array/nd_py_array_converters.h"
+#include "to_array/pandas_objects.h"
+#include "to_array/py_data_frame_to_table.h"
 #include "to_array/py_dict_to_struct.h"
 #include "to_array/py_dictionary_to_dictionary.h"
 #include "to_array/py_object_to_object.h"
@@ -63,6 +68,16 @@ ConvertToZorvanDataArrayFactory::ConverterMap ConvertToZorvanDataArrayFactory::i
       {"NoneType", use<PyNoneToError>(isNone)},
       {"memoryview", use<BufferProtocolObjectToBuffer>(isMemoryView)},
       {"NULL", use<NullToError>(isNever)},
+      {"datetime.datetime", use<PyDatetimeToDatetime>(isDatetime)},
+      {"numpy.datetime64", use<PyNumpyDatetime64ScalarToDatetime>(isNumpyDatetime64)},
+      {"datetime.timedelta", use<PyTimedeltaToDuration>(isTimedelta)},
+      {"numpy.timedelta64", use<PyNumpyTimedelta64ToDuration>(isNumpyTimedelta64)},
+      {"pandas.DataFrame", use<PyDataFrameToTable>(isPandasDataFrame)},
+      {"pandas.core.frame.DataFrame", use<PyDataFrameToTable>(isPandasDataFrame)},
+      {"pandas.Timestamp", use<PyDatetimeToDatetime>(isPandasTimestamp)},
+      {"pandas._libs.tslibs.timestamps.Timestamp", use<PyDatetimeToDatetime>(isPandasTimestamp)},
+      {"pandas.Timedelta", use<PyTimedeltaToDuration>(isPandasTimedelta)},
+      {"pandas._libs.tslibs.timedeltas.Timedelta", use<PyTimedeltaToDuration>(isPandasTimedelta)},
       {"zorvan.object", use<PyObjectToObject>(isZorvanObject)},
       {"zorvan.dictionary", use<PyDictionaryToDictionary>(isZorvanDictionary)},
       {"zorvan.double", use<NdPyDoubleToDouble>()},

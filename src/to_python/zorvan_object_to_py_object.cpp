@@ -9,6 +9,8 @@ namespace PythonZorvanDataArray::detail {
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::codeOf;
+using foundation::zorvandata::ValueObject;
+using foundation::zorvandata::ZorvanPropertyIdentifier;
 using PythonUtil::PyObjectWithGuard;
 
 PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
@@ -29,7 +31,11 @@ PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
 
 PyObject* ZorvanObjectToPyObject::convertValueObject(const Array& array) const {
   const std::string& className = array.impl().layout()->className;
+  if (className == "datetime") return convertDatetime(array);
   if (className == "dictionary") return convertDictionary(array);
+  if (className == "duration") return convertDuration(array);
+  if (className == "table") return convertTable(array);
+  if (className == "timetable") return convertTimeTable(array);
   if (className == "missing") return Py_NewRef(Py_None);
   return convertToGenericZorvanDotObject(array);
 }
@@ -43,6 +49,18 @@ PyObject* ZorvanObjectToPyObject::convertToGenericZorvanDotObject(const Array& a
   record.typeCode = codeOf(array.getType());
   record.dims = array.getDimensions();
   return object.release();
+}
+
+ArrayType ZorvanObjectToPyObject::getPropertyValueType(
+    const ValueObject& object, const ZorvanPropertyIdentifier& property) const {
+  return object.hasProperty(property) ? object[property].getType() : ArrayType::UNKNOWN;
+}
+
+PyObject* ZorvanObjectToPyObject::getPropertyValue(const ValueObject& object,
+                                                   const ZorvanPropertyIdentifier& property,
+                                                   const ConvertZDAToPyObject* converter) const {
+  if (!converter || !object.hasProperty(property)) return nullptr;
+  return converter->convert(object[property]);
 }
 
 }  // namespace PythonZorvanDataArray::detail

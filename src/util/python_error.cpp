@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "util/py_object_guard.h"
+#include "zorvandata/exception.h"
 
 namespace PythonUtil {
 
@@ -47,6 +48,8 @@ void setPythonErrorFromException() noexcept {
     // The error that it announces is the one to report.
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
+  } catch (const foundation::zorvandata::NestingTooDeepException& exception) {
+    setError(PyExc_RecursionError, exception.what());
   } catch (const std::exception& exception) {
     setError(PyExc_ValueError, exception.what());
   } catch (...) {

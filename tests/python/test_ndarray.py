@@ -3,6 +3,7 @@
 import copy
 import gc
 import math
+import operator
 import pickle
 import resource
 import subprocess
@@ -270,6 +271,62 @@ def test_bad_assignments_change_nothing():
     assert values.tolist() == [[1, 2], [3, 4]]
 
 
+# ---- arrays of one element as numbers ----
+
+
+@pytest.mark.parametrize(
+    ("array", "numbers"),
+    [
+        (zorvan.uint8([53]), (53, 53.0, 53 + 0j, True)),  # in memory the character "5"
+        (zorvan.double(-2.75), (-2, -2.75, -2.75 + 0j, True)),
+        (zorvan.single(0.1), (0, float(np.float32(0.1)), complex(np.float32(0.1)), True)),
+        (zorvan.uint64(2**64 - 1), (2**64 - 1, 2.0**64, 2.0**64 + 0j, True)),
+        (zorvan.logical([[False]]), (0, 0.0, 0j, False)),
+        (zorvan.double(size=(1, 1, 1)), (0, 0.0, 0j, False)),
+    ],
+)
+def test_one_element_as_a_number(array, numbers):
+    found = int(array), float(array), complex(array), bool(array)
+    assert list(map(repr, found)) == list(map(repr, numbers))
+
+
+def test_complex_elements_are_no_real_numbers():
+    imaginary = zorvan.int8(1j)
+    assert (complex(imaginary), bool(imaginary)) == (1j, True)
+    for convert in (int, float, operator.index):
+        with pytest.raises(TypeError, match="a complex zorvan.int8 does not convert to an? "):
+            convert(imaginary)
+
+
+@pytest.mark.parametrize(
+    ("convert", "array", "error", "text"),
+    [
+        (int, zorvan.uint8([49, 50]), TypeError, r"to an int, not one of size \(1, 2\)"),
+        (float, zorvan.double(), TypeError, r"to a float, not one of size \(0, 0\)"),
+        (complex, zorvan.double([1, 2]), TypeError, "to a complex, not"),
+        (operator.index, zorvan.int64([1, 2]), TypeError, "to an index, not"),
+        (bool, zorvan.double([1, 2]), ValueError, r"an array of size \(1, 2\) is ambiguous"),
+        (bool, zorvan.double(), ValueError, "is ambiguous"),
+        (int, zorvan.double(math.inf), OverflowError, "infinity"),
+        (int, zorvan.single(math.nan), ValueError, "NaN"),
+        (complex, zorvan.int64(2**53 + 1, is_complex=True), OverflowError, "is not exact"),
+    ],
+)
+def test_arrays_that_are_no_number(convert, array, error, text):
+    with pytest.raises(error, match=text):
+        convert(array)
+
+
+@pytest.mark.parametrize("cls", CLASSES)
+def test_only_integers_are_indices(cls):
+    if cls in INTEGER_CLASSES:
+        assert "abc"[cls(2)] == "c"
+        assert np.arange(9)[cls(3) : cls(5)].tolist() == [3, 4]
+    else:
+        with pytest.raises(TypeError, match="index|indices"):
+            "abc"[cls(1)]
+
+
 # ---- comparison, text, pickling ----
 
 
@@ -397,7 +454,8 @@ def test_zorvan_loads_no_extension_module():
         [sys.executable, "-c", report], capture_output=True, check=True, text=True
     )
     assert found.stdout == "[]\n"
-    assert set(zorvan.__all__) <= set(dir(zorvan))
+    assert {*zorvan.__all__, "object"} <= set(dir(zorvan))
+    assert "object" not in zorvan.__all__  # would hide the builtin
     with pytest.raises(AttributeError, match="no attribute 'float'"):
         zorvan.float
 
@@ -426,6 +484,8 @@ OPERATIONS = {
     "bad nesting": lambda: failing(lambda: zorvan.double([[1.5] * 1000, [1.5]])),
     "bad format": lambda: failing(lambda: zorvan.double(np.array([object()] * 1000))),
     "bad size": lambda: failing(lambda: zorvan.double(np.ones(1000), size=(7, 7))),
+    "numbers": lambda: (complex(MATRIX[:1, :1]), failing(lambda: int(MATRIX))),
+    "bad dates": lambda: failing(lambda: zorvan.double([np.datetime64("2020")])),
     "bad key": lambda: failing(lambda: MATRIX[0, 1000]),
 }
 

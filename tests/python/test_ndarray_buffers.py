@@ -175,6 +175,45 @@ def test_formats_without_counterpart_are_named(source, format):
     assert format in str(error.value)
 
 
+@pytest.mark.parametrize(
+    ("source", "dtype"),
+    [
+        (np.datetime64("2020-05-17"), r"datetime64\[D\]"),
+        (np.timedelta64(3, "ns"), r"timedelta64\[ns\]"),
+        (type("Derived", (np.datetime64,), {})("2020"), r"datetime64\[Y\]"),
+    ],
+)
+def test_dates_are_not_read_as_the_bytes_they_export(source, dtype):
+    for cls in (zorvan.uint8, zorvan.double):
+        for numbers in (source, [source], [[1], [source]]):
+            with pytest.raises(TypeError, match=f"numpy '{dtype}' has no counterpart"):
+                cls(numbers)
+
+
+def test_eight_bytes_that_are_no_date():
+    class Labelled(array.array):
+        dtype = "mM"
+
+    expected = [list(b"datetime")]
+    for source in (
+        b"datetime",
+        np.bytes_(b"datetime"),
+        np.frombuffer(b"datetime", np.uint8),
+        Labelled("B", b"datetime"),
+    ):
+        assert zorvan.uint8(source).tolist() == expected
+
+
+def test_a_dtype_that_cannot_be_asked():
+    class Exporter(bytearray):
+        @property
+        def dtype(self):
+            raise ZeroDivisionError("mine")
+
+    with pytest.raises(ZeroDivisionError, match="mine"):
+        zorvan.uint8(Exporter(8))
+
+
 def test_released_and_failing_exporters():
     released = memoryview(b"abc")
     released.release()

@@ -114,3 +114,10 @@ def test_descriptions_show_elements_in_place_only_when_they_can(interface):
         assert bool(description.elements) == in_place, source.dtype
         interface.release_description(description)
         assert not description.owner
+
+
+def test_dates_are_not_described_as_bytes(interface):
+    description = Description()
+    with pytest.raises(TypeError, match="numpy 'datetime64"):
+        interface.describe_buffer(np.datetime64("2020"), description)
+    assert not description.owner

@@ -220,6 +220,49 @@ def test_error_text_that_is_no_utf8():
     assert found["error"]["message"] == "a\ufffdb"
 
 
+def test_an_error_is_not_passed_over(messages):
+    message = messages.ZORVAN_Result(error={"message": "no"}).SerializeToString()
+    done = run("zorvan-inspect", "-", stdin=message)
+    assert (done.returncode, done.stdout) == (0, b"ZORVAN_Params\n")
+    assert b"carries an engine error, which --result shows" in done.stderr
+
+
+@pytest.mark.parametrize(
+    "bytes_of, shown_lines",
+    [
+        (lambda message: b"hello", 1),
+        (lambda message: message[:-1], 2),
+        (lambda message: message + b"\x07", 3),
+        (lambda message: message[:3], 1),
+    ],
+)
+@pytest.mark.parametrize("options", [[], ["--json"]])
+def test_bytes_that_break_off(params, options, bytes_of, shown_lines):
+    done = run("zorvan-inspect", *options, "-", stdin=bytes_of(params(ONE, ONE)))
+    assert done.returncode == 1
+    assert b"the bytes break off" in done.stderr
+    if options:
+        assert json.loads(done.stdout)["arrays"] == [ONE_SHOWN] * (shown_lines - 1)
+    else:
+        assert len(done.stdout.splitlines()) == shown_lines
+
+
+@pytest.mark.parametrize(
+    "arguments, reason",
+    [
+        ([], "expected one FILE, found 0"),
+        (["a", "b"], "expected one FILE, found 2"),
+        (["--jsn", "a"], "unrecognized option '--jsn'"),
+    ],
+)
+def test_wrong_command_lines_say_what_is_wrong(arguments, reason):
+    done = run("zorvan-inspect", *arguments)
+    assert (done.returncode, done.stdout) == (2, b"")
+    first, *usage = done.stderr.decode().splitlines()
+    assert first.endswith(reason)
+    assert usage[0].startswith("Usage: zorvan-inspect ")
+
+
 def test_tree(params):
     point = {"type": VALUE_OBJECT, "class_name": b"Point", "names": [b"x"], "children": [ONE]}
     pair = {"type": STRUCT, "dims": [1, 2], "names": [b"n"], "children": [ONE, chars("two")]}

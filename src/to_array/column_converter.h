@@ -1,0 +1,26 @@
+// One column of a frame becomes an array of as many rows in one column, decided by its dtype and
+// filled from memory:
+//   numbers, bools       numeric or logical; nullable integers with a gap double, gaps NaN
+//   texts                string, gaps empty texts (column_texts.h)
+//   dates, durations     a scalar value object whose data has the rows
+//   categories           a scalar value object (column_categories.h)
+//   anything else        by the items (column_objects.h)
+#pragma once
+
+#include <optional>
+
+#include "to_array/convert_to_zorvan_data_array.h"
+
+namespace PythonZorvanDataArray::detail {
+
+// How items of columns are converted: texts as strings.
+const ConvertToZorvanDataArray::Options& getOptionsWithinTable();
+
+// Absent with a Python error set: TypeError with the item's type for a gap that has no way over,
+// which is one among dates or bools; what pandas or numpy raise passes through.
+std::optional<foundation::zorvandata::Array> processColumnData(PyObject* series);
+
+// A series of a numpy dtype of numbers or bools, sharing its memory for the length of the call.
+std::optional<foundation::zorvandata::Array> convertNumpyNumbers(PyObject* series);
+
+}  // namespace PythonZorvanDataArray::detail

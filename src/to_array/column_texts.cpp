@@ -1,0 +1,40 @@
+#include "to_array/column_texts.h"
+
+#include "to_array/column_converter.h"
+#include "to_array/column_objects.h"
+#include "to_array/text_converters.h"
+#include "util/py_object_guard.h"
+#include "zorvandata/array_impl.h"
+
+namespace PythonZorvanDataArray::detail {
+
+using foundation::zorvandata::Array;
+using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::Dimensions;
+using foundation::zorvandata::ItemList;
+using PythonUtil::PyObjectWithGuard;
+
+std::optional<Array> convertTextColumn(PyObject* series) {
+  const PyObjectWithGuard list = listOfItems(series);
+  if (!list) return std::nullopt;
+  PyStrToCharOrString converter;
+  const std::optional<ConvertToZorvanDataArray::Options> options = getOptionsWithinTable();
+  const Py_ssize_t count = PyList_Size(list.get());
+  ItemList items;
+  items.reserve(static_cast<size_t>(count));
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    // Borrowed: reading a text runs no Python code, and nobody else has the list.
+    PyObject* item = PyList_GetItem(list.get(), i);
+    if (!item) return std::nullopt;
+    // What is no text in such a column is a gap.
+    if (!PyUnicode_Check(item)) {
+      items.appendString("");
+    } else if (!converter.appendTo(items, item, options)) {
+      return std::nullopt;
+    }
+  }
+  return makeArray(ArrayType::ZORVAN_STRING, Dimensions(static_cast<size_t>(count), 1),
+                   std::move(items));
+}
+
+}  // namespace PythonZorvanDataArray::detail
