@@ -11,7 +11,8 @@ namespace PythonZorvanDataArray::detail {
 
 using DictKeys = std::vector<PythonUtil::PyObjectWithGuard>;
 
-// One is current in a thread at a time; a conversion that Python code starts within another one has its own.
+// One is current in a thread at a time; a conversion that Python code starts within another one has
+// its own.
 class ArgumentScope {
  public:
   ArgumentScope();

@@ -1,6 +1,7 @@
 #include "to_array/column_arrow_texts.h"
 
-#include <cstring>
+#include <boost/numeric/conversion/cast.hpp>
+#include <stdexcept>
 #include <string_view>
 
 #include "types/ndpy_array_bridge.h"
@@ -29,7 +30,8 @@ class ArrowBuffer {
     return true;
   }
   const char* data() const {
-    return size() == 0 ? nullptr : reinterpret_cast<const char*>(bytes_.impl().buffer().data());
+    if (size() == 0) return nullptr;
+    return reinterpret_cast<const char*>(bytes_.impl().buffer().data());
   }
   size_t size() const { return bytes_.getNumberOfElements(); }
 
@@ -71,18 +73,13 @@ bool isKeptByArrow(PyObject* series) {
   return isText(storage, "pyarrow") || isText(storage, "pyarrow_numpy");
 }
 
-// The pieces of the column as a list or the only one alone; empty with a Python error set.
+// The pieces of the column as a list; empty with a Python error set.
 PyObjectWithGuard piecesOf(PyObject* series) {
   const PyObjectWithGuard values = attribute(series, "array");
-  auto arrow = PyObjectWithGuard::owned(
+  const auto arrow = PyObjectWithGuard::owned(
       values ? PyObject_CallMethod(values.get(), "__arrow_array__", nullptr) : nullptr);
-  if (!arrow) return {};
-  PyObjectWithGuard chunks = attribute(arrow.get(), "chunks");
-  if (chunks || !PyErr_ExceptionMatches(PyExc_AttributeError)) return chunks;
-  PyErr_Clear();
-  return PyObjectWithGuard::owned(PyList_New(0))
-             ? PyObjectWithGuard::owned(PyTuple_Pack(1, arrow.get()))
-             : PyObjectWithGuard();
+  const PyObjectWithGuard chunks = arrow ? attribute(arrow.get(), "chunks") : PyObjectWithGuard();
+  return PyObjectWithGuard::owned(chunks ? PySequence_List(chunks.get()) : nullptr);
 }
 
 // Width of the offsets of the piece's type, 0 for a type that is laid out in another way.
@@ -94,6 +91,81 @@ size_t offsetWidth(PyObject* piece) {
   return isText(name, "large_string") ? sizeof(int64_t) : 0;
 }
 
+// Absent with a Python error set.
+std::optional<ArrowTexts> readPiece(PyObject* piece) {
+  const PyObjectWithGuard offset = attribute(piece, "offset");
+  if (!offset) return std::nullopt;
+  const Py_ssize_t start = PyLong_AsSsize_t(offset.get());
+  if (start == -1 && PyErr_Occurred()) return std::nullopt;
+  const Py_ssize_t count = PyObject_Size(piece);
+  if (count < 0) return std::nullopt;
+  const auto buffers = PyObjectWithGuard::owned(PyObject_CallMethod(piece, "buffers", nullptr));
+  PyObject* validity = nullptr;
+  PyObject* offsets = nullptr;
+  PyObject* texts = nullptr;
+  const auto tuple = PyObjectWithGuard::owned(buffers ? PySequence_Tuple(buffers.get()) : nullptr);
+  if (!tuple || !PyArg_ParseTuple(tuple.get(), "OOO", &validity, &offsets, &texts)) {
+    return std::nullopt;
+  }
+  ArrowTexts read;
+  read.start = boost::numeric_cast<size_t>(start);
+  read.count = boost::numeric_cast<size_t>(count);
+  if (!read.validity.read(validity) || !read.offsets.read(offsets) || !read.texts.read(texts)) {
+    return std::nullopt;
+  }
+  return read;
+}
+
+[[noreturn]] void throwBroken() {
+  throw std::invalid_argument("the Arrow memory of a pandas.DataFrame column is broken");
+}
+
+// `Offset` is the type of the offsets.
+template <class Offset>
+void appendPiece(const ArrowTexts& piece, ItemList& items) {
+  if (piece.count == 0) return;
+  const size_t end = piece.start + piece.count;
+  if (piece.offsets.size() / sizeof(Offset) <= end ||
+      (piece.validity.size() > 0 && piece.validity.size() <= (end - 1) / 8)) {
+    throwBroken();
+  }
+  const auto* offsets = reinterpret_cast<const Offset*>(piece.offsets.data()) + piece.start;
+  const std::string_view texts(piece.texts.data(), piece.texts.size());
+  const bool ascii = foundation::zorvandata::isAscii(texts);
+  size_t from = static_cast<size_t>(offsets[0]);
+  for (size_t i = 0; i < piece.count; ++i) {
+    const auto to = static_cast<size_t>(offsets[i + 1]);
+    if (to < from || to > texts.size()) throwBroken();
+    const std::string_view text = piece.isGap(i) ? "" : texts.substr(from, to - from);
+    if (!ascii) foundation::zorvandata::checkUtf8(text);
+    items.appendString(text);
+    from = to;
+  }
+}
+
 }  // namespace
+
+std::optional<ItemList> readArrowTexts(PyObject* series) {
+  if (!isKeptByArrow(series)) return std::nullopt;
+  const PyObjectWithGuard pieces = piecesOf(series);
+  const Py_ssize_t rows = pieces ? PyObject_Size(series) : -1;
+  if (rows < 0) return std::nullopt;
+  ItemList items;
+  items.reserve(boost::numeric_cast<size_t>(rows));
+  const Py_ssize_t count = PyList_Size(pieces.get());
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    const auto piece = PyObjectWithGuard::newReference(PyList_GetItem(pieces.get(), i));
+    const size_t width = piece ? offsetWidth(piece.get()) : 0;
+    if (width == 0) return std::nullopt;
+    const std::optional<ArrowTexts> texts = readPiece(piece.get());
+    if (!texts) return std::nullopt;
+    if (width == sizeof(int32_t)) {
+      appendPiece<int32_t>(*texts, items);
+    } else {
+      appendPiece<int64_t>(*texts, items);
+    }
+  }
+  return items;
+}
 
 }  // namespace PythonZorvanDataArray::detail

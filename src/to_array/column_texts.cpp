@@ -1,5 +1,6 @@
 #include "to_array/column_texts.h"
 
+#include "to_array/column_arrow_texts.h"
 #include "to_array/column_converter.h"
 #include "to_array/column_objects.h"
 #include "to_array/text_converters.h"
@@ -14,7 +15,10 @@ using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::ItemList;
 using PythonUtil::PyObjectWithGuard;
 
-std::optional<Array> convertTextColumn(PyObject* series) {
+namespace {
+
+// The texts of a column, gaps as empty ones; absent with a Python error set.
+std::optional<ItemList> readTexts(PyObject* series) {
   const PyObjectWithGuard list = listOfItems(series);
   if (!list) return std::nullopt;
   PyStrToCharOrString converter;
@@ -33,8 +37,17 @@ std::optional<Array> convertTextColumn(PyObject* series) {
       return std::nullopt;
     }
   }
-  return makeArray(ArrayType::ZORVAN_STRING, Dimensions(static_cast<size_t>(count), 1),
-                   std::move(items));
+  return items;
+}
+
+}  // namespace
+
+std::optional<Array> convertTextColumn(PyObject* series) {
+  std::optional<ItemList> texts = readArrowTexts(series);
+  if (!texts && !PyErr_Occurred()) texts = readTexts(series);
+  if (!texts) return std::nullopt;
+  const Dimensions dims(texts->size(), 1);
+  return makeArray(ArrayType::ZORVAN_STRING, dims, std::move(*texts));
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -40,6 +40,11 @@ bool refuse(PyObject* error, const std::string& text) {
   return false;
 }
 
+bool isRowOrColumn(const Array& values) {
+  const foundation::zorvandata::Dimensions& dims = values.dimensions();
+  return dims.count() == 2 && (dims[0] <= 1 || dims[1] == 1);
+}
+
 bool checkObject(const std::string& className) {
   for (const char* known : {"categorical", "datetime", "duration", "dictionary"}) {
     if (className == known) return true;
@@ -57,7 +62,7 @@ bool checkVariable(const Array& values) {
     case ArrayType::VALUE_OBJECT:
       return checkObject(valueObjectClass(values));
     case ArrayType::CHAR:
-      return isVector(values) || refuse(PyExc_ValueError, formatMessage(CharArrayFromZorvan));
+      return isRowOrColumn(values) || refuse(PyExc_ValueError, formatMessage(CharArrayFromZorvan));
     case ArrayType::HANDLE_OBJECT_REF:
       return refuse(PyExc_TypeError, formatMessage(UnsupportedHandleObjectReference));
     case ArrayType::CELL:

@@ -19,7 +19,7 @@ PyObject* getNumpyDType(const foundation::zorvandata::ArrayType& type);
 // memory if nobody shares it.
 PyObject* createNumpyArray(const foundation::zorvandata::Array& values);
 
-// A list with the text of each row of a char array that is a vector.
+// A list with the text of each row of a char array that is one row or one column.
 PyObject* makeCharColumn(const foundation::zorvandata::Array& values);
 
 // The elements of a string array: a list of str, None for missing ones, or a pandas array.

@@ -23,6 +23,11 @@ namespace {
 
 using Variables = std::vector<TableVariable>;
 
+// A short message may claim any number of columns without rows, or ask for a long name in each of
+// many columns: these bound what comes of it.
+constexpr size_t kMostEmptyColumns = 10'000;
+constexpr size_t kLongestName = 2048;
+
 bool processColumn(const TableVariable& variable, Variables& flat);
 
 bool processColumns(const Variables& variables, Variables& flat) {
@@ -40,7 +45,7 @@ void constructFlattenedColumnNames(const std::string& outerName, Variables& vari
 
 bool handleNestedTableColumn(const TableVariable& nested, Variables& flat) {
   std::optional<TableImage> image = readTable(nested.values);
-  if (!image) {
+  if (!image || nested.name.size() > kLongestName) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(UnsupportedNestedTableConversion));
     return false;
   }
@@ -107,7 +112,11 @@ bool flattenMultiDimensionalColumn(const TableVariable& variable, Variables& fla
     flat.push_back(variable);
     return true;
   }
-  if (dims.count() > 2 || dims[1] == 0 || !hasColumns(*elements)) return failToFlatten();
+  const bool tooMuch =
+      (dims[0] == 0 && dims[1] > kMostEmptyColumns) || variable.name.size() > kLongestName;
+  if (dims.count() > 2 || dims[1] == 0 || tooMuch || !hasColumns(*elements)) {
+    return failToFlatten();
+  }
   extractAndAppendColumns(variable, property, *elements, flat);
   return true;
 }

@@ -27,7 +27,8 @@ void setPythonErrorUstr(PyObject* type, const std::u16string& message);
 
 // Turns the exception being handled into a Python error; call it in a catch block where C++ meets
 // the interpreter. PythonErrorSet keeps the pending error, std::bad_alloc becomes MemoryError,
-// arrays nested too deeply RecursionError, everything else ValueError with the exception's own text.
+// arrays nested too deeply RecursionError, everything else ValueError with the exception's own
+// text.
 void setPythonErrorFromException() noexcept;
 
 }  // namespace PythonUtil

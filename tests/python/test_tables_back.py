@@ -203,8 +203,10 @@ def test_variables(receive, variable, values):
         ({"a": texts("x", "y", dims=[1, 2])}, {"a_1": ["x"], "a_2": ["y"]}),
         ({"a": datetimes(0, 1, dims=[1, 2])},
          {"a_1": [pd.Timestamp(0)], "a_2": [pd.Timestamp("1970-01-01 00:00:00.001")]}),
-        ({"a": durations(0, 1, dims=[1, 2])}, {"a_1": [pd.Timedelta(0)], "a_2": [pd.Timedelta("1ms")]}),
-        ({"a": categorical(dense(UINT8, 2, 1, dims=[1, 2]), "p", "q")}, {"a_1": ["q"], "a_2": ["p"]}),
+        ({"a": durations(0, 1, dims=[1, 2])},
+         {"a_1": [pd.Timedelta(0)], "a_2": [pd.Timedelta("1ms")]}),
+        ({"a": categorical(dense(UINT8, 2, 1, dims=[1, 2]), "p", "q")},
+         {"a_1": ["q"], "a_2": ["p"]}),
         ({"a": table(), "b": table(x=table(y=doubles(1)))}, {"b_x_y": [1]}),
         ({}, {}),
     ],
@@ -248,7 +250,8 @@ def test_long_columns_of_texts(receive):
     assert frame["t"].dtype == pd.Series(["a", None]).dtype
     colors = categorical(dense(UINT8, *[2, 0, 1] * 500), "語", "b")
     assert shown(receive(table(c=colors))) == {"c": ["b", "", "語"] * 500}
-    lone = {"type": STRING, "dims": [2000, 1], "text_len": [4] * 2000, "text": b"\xed\xa0\x80" * 2000}
+    lone = {"type": STRING, "dims": [2000, 1], "text_len": [4] * 2000}
+    lone["text"] = b"\xed\xa0\x80" * 2000
     with pytest.raises(UnicodeDecodeError):
         receive(table(t=lone))
 
@@ -283,6 +286,9 @@ NESTED = "conversion of this nested ZORVAN {} is not supported. Use 'splitvars' 
         ({"type": ENUMERATION, "class_name": b"Color", "text_len": [4], "text": b"Red"}, TypeError,
          "conversion of ZORVAN data type ENUMERATION to Python not supported"),
         (doubles(1, 2, dims=[1, 1, 2]), TypeError, "unable to flatten multidimensional array"),
+        (doubles(dims=[0, 10**9]), TypeError, "unable to flatten multidimensional array"),
+        (chars("", dims=[10**9, 0]), ValueError,
+         "char arrays returned from ZORVAN must be 1-by-N or M-by-1"),
         (doubles(dims=[3, 0]), TypeError, "unable to flatten multidimensional array"),
         (categorical(dense(UINT8, 3), "a", "b"), ValueError,
          "code 3 of ZORVAN categorical, which has 2 categories"),
@@ -298,7 +304,8 @@ NESTED = "conversion of this nested ZORVAN {} is not supported. Use 'splitvars' 
         (replaced(durations(1), millis=chars("x")), TypeError,
          "property 'millis' of ZORVAN duration object has type CHAR"),
         (datetimes(0, tz="Nowhere/Land"), TypeError,
-         "conversion of ZORVAN datetime object with time zone 'Nowhere/Land' to Python not supported"),
+         "conversion of ZORVAN datetime object with time zone 'Nowhere/Land' to Python not "
+         "supported"),
         (datetimes(1e300, 0), OverflowError, "ZORVAN datetime is out of the range of 64-bit "
          "microseconds"),
     ],
@@ -315,7 +322,8 @@ def test_refused_variables(receive, variable, error, text):
         (without(table(), "data"), "unable to find property 'data' in 'table' object"),
         (without(table(), "varnames"), "unable to find property 'varnames' in 'table' object"),
         (without(table(), "rownames"), "unable to find property 'rownames' in 'table' object"),
-        (replaced(table(), data=doubles(1)), "property 'data' of ZORVAN table object has type DOUBLE"),
+        (replaced(table(), data=doubles(1)),
+         "property 'data' of ZORVAN table object has type DOUBLE"),
         (replaced(table(), varnames=chars("a")),
          "property 'varnames' of ZORVAN table object has type CHAR"),
         (replaced(table(), varnames=cell(doubles(1))),
@@ -332,7 +340,8 @@ def test_refused_variables(receive, variable, error, text):
         (timetable(datetimes(0, 1, 2), a=doubles(1, 2)), "ZORVAN table has 2 rows and 3 row times"),
         (without(timetable(datetimes(0)), "__CustomSave"),
          "unable to find property '__CustomSave' in 'timetable' object"),
-        (timetable(datetimes(0), names=()), "'dimNames' of ZORVAN timetable do not begin with a text"),
+        (timetable(datetimes(0), names=()),
+         "'dimNames' of ZORVAN timetable do not begin with a text"),
         (table() | {"dims": [2, 1], "children": table()["children"] * 2},
          "only a scalar table can be returned from ZORVAN"),
     ],
@@ -354,6 +363,14 @@ def test_row_times_that_are_none(receive, row_times):
     assert str(raised.value) == (
         "invalid 'RowTimes' index in timetable for conversion to pandas.DataFrame object"
     )
+
+
+def test_long_names_do_not_multiply(receive):
+    long = "n" * 3000
+    assert shown(receive(table(**{long: doubles(1)}))) == {long: [1]}
+    for variable in (doubles(1, 2, dims=[1, 2]), table(x=doubles(1))):
+        with pytest.raises(TypeError, match="flatten"):
+            receive(table(**{long: variable}))
 
 
 # ---- timetables ----

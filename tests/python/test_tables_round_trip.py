@@ -196,5 +196,6 @@ def test_names():
 
 
 def test_frames_without_rows_are_empty():
-    for sent in (pd.DataFrame(), pd.DataFrame({"a": []}), pd.DataFrame({"t": pd.DatetimeIndex([])})):
+    for columns in ({}, {"a": []}, {"t": pd.DatetimeIndex([])}):
+        sent = pd.DataFrame(columns)
         assert there_and_back(sent).shape == (0, 0)
