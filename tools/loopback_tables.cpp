@@ -38,6 +38,7 @@ Array logicalColumn(const std::vector<char>& values) {
 
 Array charCell(const ArrayDimensions& dims, const std::vector<std::string>& texts) {
   std::vector<Array> elements;
+  elements.reserve(texts.size());
   for (const std::string& text : texts) elements.push_back(factory.createCharArray(text));
   return factory.createCellArray(dims, elements);
 }

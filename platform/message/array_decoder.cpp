@@ -118,10 +118,13 @@ const Array& unknownScalar() {
   static const Array array = makeArray(ArrayType::UNKNOWN, Dimensions::scalar(), ItemList());
   return array;
 }
-const Array& emptyStruct() {
-  static const Array array =
+// A 1-by-1 struct or value object with nothing in it.
+const Array& emptyRecord(ArrayType type) {
+  static const Array record =
       makeArray(ArrayType::STRUCT, Dimensions::scalar(), ItemList(), noNames());
-  return array;
+  static const Array object =
+      makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), ItemList(), noNames());
+  return type == ArrayType::STRUCT ? record : object;
 }
 
 class Decoder {
@@ -265,7 +268,8 @@ class Decoder {
       throw InvalidDimensionsException("they do not match the payload");
     }
     ItemList values = items(fields, count);
-    if (type == ArrayType::STRUCT && dims.isScalar() && count == 0) return emptyStruct();
+    const bool isEmpty = dims.isScalar() && count == 0 && fields.className.empty();
+    if (isEmpty && type != ArrayType::OBJECT) return emptyRecord(type);
     return makeArray(type, dims, std::move(values), layout(fields));
   }
 

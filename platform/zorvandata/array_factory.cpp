@@ -74,7 +74,6 @@ Array ArrayFactory::createArrayWithData(ArrayType type, const ArrayDimensions& e
 Array ArrayFactory::createCellArray(const ArrayDimensions& extents,
                                     const std::vector<Array>& elements) const {
   const Dimensions dims(extents);
-  if (elements.empty()) return createArray(ArrayType::CELL, extents);
   checkCount(dims, elements.size());
   ItemList items;
   items.reserve(elements.size());

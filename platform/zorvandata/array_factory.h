@@ -37,8 +37,12 @@ class ArrayFactory {
     return createCharArray(std::string_view(ascii));
   }
 
+  // Every element is a 0-by-0 double until set.
+  Array createCellArray(const ArrayDimensions& dims) const {
+    return createArray(ArrayType::CELL, dims);
+  }
   // Elements in linear order; as many as the dimensions ask for.
-  Array createCellArray(const ArrayDimensions& dims, const std::vector<Array>& elements = {}) const;
+  Array createCellArray(const ArrayDimensions& dims, const std::vector<Array>& elements) const;
 
   // Every field of every element is a 0-by-0 double until set. Throws InvalidFieldNameException
   // for an empty name and for one that stands twice.

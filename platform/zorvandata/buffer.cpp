@@ -42,9 +42,10 @@ std::shared_ptr<Storage> allocateStorage(size_t size) { return std::make_shared<
 
 void adviseHugePages(void* address, size_t size) {
   if (size < kHugePagesFrom) return;
-  const auto begin = (reinterpret_cast<uintptr_t>(address) + kHugePage - 1) & ~(kHugePage - 1);
-  const auto end = (reinterpret_cast<uintptr_t>(address) + size) & ~(kHugePage - 1);
-  if (begin < end) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  // Only whole huge pages: from the first boundary inside the memory to the last.
+  const size_t skipped = -reinterpret_cast<uintptr_t>(address) & (kHugePage - 1);
+  const size_t whole = (size - skipped) & ~(kHugePage - 1);
+  madvise(static_cast<char*>(address) + skipped, whole, MADV_HUGEPAGE);
 }
 
 Buffer::Buffer(size_t size) : size_(size) {

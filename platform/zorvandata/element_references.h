@@ -134,7 +134,10 @@ class FieldElementRef {
     return *this;
   }
   FieldElementRef(const FieldElementRef&) = default;
-  FieldElementRef& operator=(const FieldElementRef& other) { return *this = Array(other); }
+  // Sets the field to what the other one is; one's own value stays.
+  FieldElementRef& operator=(const FieldElementRef& other) {
+    return &other == this ? *this : *this = Array(other);
+  }
   operator Array() const {  // NOLINT: a cast is the interface
     return detail::readField(*array_, index_, name_);
   }
@@ -157,7 +160,7 @@ class ArrayElementRef : public ArrayReferenceExt {
   ArrayElementRef(const ArrayElementRef&) = default;
   // Copies the element that the other refers to.
   ArrayElementRef& operator=(const ArrayElementRef& other) {
-    detail::copyElement(*target_, index_, *other.target_, other.index_);
+    if (&other != this) detail::copyElement(*target_, index_, *other.target_, other.index_);
     return *this;
   }
   FieldElementRef operator[](const ZorvanFieldIdentifier& field) {

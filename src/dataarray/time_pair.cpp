@@ -57,7 +57,7 @@ std::optional<int64_t> countOf(TimePair pair) {
 // begin in March, so that a leap day is its last.
 int64_t daysToMonth(int64_t monthsSince1970) {
   constexpr int64_t kDaysFromYearZeroTo1970 = 719'468;  // from 0000-03-01
-  const int64_t months = monthsSince1970 + 1970 * 12 - 2;
+  const int64_t months = monthsSince1970 + int64_t{1970} * 12 - 2;
   const int64_t era = (months >= 0 ? months : months - (kMonthsPerEra - 1)) / kMonthsPerEra;
   const int64_t monthOfEra = months - era * kMonthsPerEra;
   const int64_t year = monthOfEra / 12;

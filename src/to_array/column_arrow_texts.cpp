@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "to_array/pandas_objects.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/py_object_guard.h"
 #include "util/python_error.h"
@@ -75,9 +76,7 @@ bool isKeptByArrow(PyObject* series) {
 
 // The pieces of the column as a list; empty with a Python error set.
 PyObjectWithGuard piecesOf(PyObject* series) {
-  const PyObjectWithGuard values = attribute(series, "array");
-  const auto arrow = PyObjectWithGuard::owned(
-      values ? PyObject_CallMethod(values.get(), "__arrow_array__", nullptr) : nullptr);
+  const PyObjectWithGuard arrow = arrowArrayOf(series);
   const PyObjectWithGuard chunks = arrow ? attribute(arrow.get(), "chunks") : PyObjectWithGuard();
   return PyObjectWithGuard::owned(chunks ? PySequence_List(chunks.get()) : nullptr);
 }

@@ -84,55 +84,68 @@ PyObjectWithGuard itemAt(PyObject* series, Py_ssize_t position) {
   return iloc ? getItemByPosition(iloc.get(), position) : PyObjectWithGuard();
 }
 
-// Numbers and bools of an extension dtype.
-std::optional<Array> convertNullableNumbers(PyObject* series, char kind) {
+// Reports the item as one that has no way over.
+std::optional<Array> refuseGap(PyObject* series, Py_ssize_t gap) {
+  const PyObjectWithGuard missing = itemAt(series, gap);
+  if (missing) setUnsupportedColumnItem(missing.get());
+  return std::nullopt;
+}
+
+// Arrow makes NaN and NaT of its gaps, and doubles of integers that have any.
+PyObjectWithGuard arrowToNumpy(PyObject* series) {
+  const PyObjectWithGuard arrow = arrowArrayOf(series);
+  return PyObjectWithGuard::owned(arrow ? PyObject_CallMethod(arrow.get(), "to_numpy", nullptr)
+                                        : nullptr);
+}
+
+// Numbers and bools of an extension dtype that is not Arrow's.
+PyObjectWithGuard nullableToNumpy(PyObject* series, char kind, bool hasGap) {
   const PyObjectWithGuard dtype = numpyDtypeOf(series);
-  if (!dtype) return std::nullopt;
-  if (dtype.get() == Py_None) return convertNumpyArray(toNumpy(series, PyDict_New()));
-  if (kind == 'f') {
-    return convertNumpyArray(
-        toNumpy(series, Py_BuildValue("{s:O,s:d}", "dtype", dtype.get(), "na_value", Py_NAN)));
-  }
+  if (!dtype) return {};
+  if (dtype.get() == Py_None) return toNumpy(series, PyDict_New());
+  if (!hasGap) return toNumpy(series, Py_BuildValue("{s:O}", "dtype", dtype.get()));
+  const auto type = kind == 'f' ? PyObjectWithGuard::newReference(dtype.get())
+                                : PyObjectWithGuard::owned(PyUnicode_FromString("float64"));
+  if (!type) return {};
+  return toNumpy(series, Py_BuildValue("{s:O,s:d}", "dtype", type.get(), "na_value", Py_NAN));
+}
+
+std::optional<Array> convertNullableNumbers(PyObject* series, const ColumnType& type) {
   const std::optional<Py_ssize_t> gap = findGap(series);
   if (!gap) return std::nullopt;
-  if (*gap == kNoGap) {
-    return convertNumpyArray(toNumpy(series, Py_BuildValue("{s:O}", "dtype", dtype.get())));
-  }
-  if (kind == 'b') {
-    const PyObjectWithGuard missing = itemAt(series, *gap);
-    if (missing) setUnsupportedColumnItem(missing.get());
-    return std::nullopt;
-  }
-  return convertNumpyArray(
-      toNumpy(series, Py_BuildValue("{s:s,s:d}", "dtype", "float64", "na_value", Py_NAN)));
+  const bool hasGap = *gap != kNoGap;
+  if (type.kind == 'b' && hasGap) return refuseGap(series, *gap);
+  return convertNumpyArray(type.isArrow ? arrowToNumpy(series)
+                                        : nullableToNumpy(series, type.kind, hasGap));
 }
 
 // Dates or durations as one array of datetime64 or timedelta64; zoned ones as UTC.
-PyObjectWithGuard timeValues(PyObject* series) {
-  const PyObjectWithGuard dtype = numpyDtypeOf(series);
-  if (!dtype) return {};
-  if (dtype.get() == Py_None) {
-    return PyObjectWithGuard::owned(PyObject_GetAttrString(series, "values"));
-  }
-  return toNumpy(series, Py_BuildValue("{s:O}", "dtype", dtype.get()));
+PyObjectWithGuard timeValues(PyObject* series, const ColumnType& type) {
+  if (type.isArrow) return arrowToNumpy(series);
+  if (type.isNumpy) return PyObjectWithGuard::owned(PyObject_GetAttrString(series, "values"));
+  const auto zoned = PyObjectWithGuard::owned(PyObject_GetAttrString(series, "array"));
+  const auto utc = PyObjectWithGuard::owned(
+      zoned ? PyObject_CallMethod(zoned.get(), "tz_convert", "O", Py_None) : nullptr);
+  return PyObjectWithGuard::owned(utc ? PyObject_CallMethod(utc.get(), "to_numpy", nullptr)
+                                      : nullptr);
 }
 
-std::optional<Array> convertDurations(PyObject* series) {
+std::optional<Array> convertDurations(PyObject* series, const ColumnType& type) {
   PyNumpyTimedelta64ToDuration converter;
-  const PyObjectWithGuard column = standUpright(timeValues(series));
+  const PyObjectWithGuard column = standUpright(timeValues(series, type));
   if (!column) return std::nullopt;
   return converter.convert(column.get(), getOptionsWithinTable());
 }
 
 // `first` is the item of the first row.
-std::optional<Array> convertDates(PyObject* series, PyObject* first) {
+std::optional<Array> convertDates(PyObject* series, const ColumnType& type, PyObject* first) {
   const auto tzinfo = PyObjectWithGuard::owned(PyObject_GetAttrString(first, "tzinfo"));
   if (!tzinfo) return std::nullopt;
   const bool isZoned = tzinfo.get() != Py_None;
   const auto zone = isZoned ? timeZoneText(first, tzinfo.get()) : std::string();
   if (!zone) return std::nullopt;
   PyNumpyDatetime64ArrayToDatetime converter;
-  const PyObjectWithGuard column = standUpright(timeValues(series));
+  const PyObjectWithGuard column = standUpright(timeValues(series, type));
   std::optional<Array> dates =
       column ? converter.convert(column.get(), getOptionsWithinTable()) : std::nullopt;
   if (dates && isZoned) (*dates)[0]["tz"] = ClientArrayFactory().createCharArray(*zone);
@@ -143,18 +156,14 @@ std::optional<Array> convertDates(PyObject* series, PyObject* first) {
 std::optional<Array> convertTimes(PyObject* series, const ColumnType& type) {
   const std::optional<Py_ssize_t> gap = findGap(series);
   if (!gap) return std::nullopt;
-  // The first item of a numpy dtype is never taken for a gap, and has no way over.
-  const PyObjectWithGuard item = itemAt(series, *gap == kNoGap || type.isNumpy ? 0 : *gap);
-  if (!item) return std::nullopt;
-  if (*gap == 0 && type.isNumpy) return createZDA(item.get(), getOptionsWithinTable());
-  if (type.kind == 'm') return convertDurations(series);
-  if (*gap == kNoGap) {
-    return isPandasTimestamp(item.get()) ? convertDates(series, item.get())
-                                         : convertObjectColumn(series);
-  }
-  const PyObjectWithGuard missing = itemAt(series, *gap);
-  if (missing) setUnsupportedColumnItem(missing.get());
-  return std::nullopt;
+  const PyObjectWithGuard first = itemAt(series, 0);
+  if (!first) return std::nullopt;
+  // The first item of a numpy dtype is never taken for a gap: it fails by itself.
+  if (*gap == 0 && type.isNumpy) return createZDA(first.get(), getOptionsWithinTable());
+  if (type.kind == 'm') return convertDurations(series, type);
+  if (*gap != kNoGap) return refuseGap(series, *gap);
+  const bool isDate = isPandasTimestamp(first.get()) || isDatetime(first.get());
+  return isDate ? convertDates(series, type, first.get()) : convertObjectColumn(series);
 }
 
 }  // namespace
@@ -182,8 +191,7 @@ std::optional<Array> processColumnData(PyObject* series) {
     case 'u':
     case 'f':
     case 'c':
-      return type->isNumpy ? convertNumpyNumbers(series)
-                           : convertNullableNumbers(series, type->kind);
+      return type->isNumpy ? convertNumpyNumbers(series) : convertNullableNumbers(series, *type);
     default:
       return convertObjectColumn(series);
   }

@@ -40,9 +40,12 @@ PyObjectWithGuard mergeChainMap(PyObject* chain) {
   return merged;
 }
 
+// False without a Python error when the object is no mapping, with one when it raised.
 bool isMapping(PyObject* obj) {
   if (PyList_Check(obj) || PyTuple_Check(obj) || !PyMapping_Check(obj)) return false;
-  return static_cast<bool>(PyObjectGuardGetter::getAttrString(obj, "keys", false));
+  if (PyObjectWithGuard::owned(PyObject_GetAttrString(obj, "keys"))) return true;
+  if (PyErr_ExceptionMatches(PyExc_AttributeError)) PyErr_Clear();
+  return false;
 }
 
 // The mapping to read in place of the object.
@@ -62,6 +65,7 @@ PyObjectWithGuard getDictPtr(PyObject* obj) {
   } else if (isMapping(obj)) {
     return PyObjectWithGuard::newReference(obj);
   }
+  if (PyErr_Occurred()) return {};
   return failWith(PyExc_IndexError,
                   formatMessage(TypeNotConvertibleToZORVANDictionary, getUnqualifiedName(obj)));
 }
@@ -81,15 +85,27 @@ MappingItems readDict(PyObject* dict) {
   return items;
 }
 
+// The interpreter turns a negative length into a ValueError; here it has an error of its own. Any
+// other ValueError, pending when this is called, stays.
+void reportNegativeLength(PyObject* mapping) {
+  PyObject* type = nullptr;
+  PyObject* value = nullptr;
+  PyObject* traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  const auto length = PyObjectWithGuard::owned(PyObject_CallMethod(mapping, "__len__", nullptr));
+  const long long count = length ? PyLong_AsLongLong(length.get()) : 0;
+  PyErr_Restore(type, value, traceback);
+  if (count >= 0) return;
+  setPythonErrorStr(PyExc_IndexError, formatMessage(InvalidNumberOfElements, count));
+}
+
 // How many items the mapping says it has; absent with a Python error set.
 std::optional<size_t> itemCount(PyObject* mapping) {
   const Py_ssize_t count = PyDict_Check(mapping)       ? PyDict_Size(mapping)
                            : PySequence_Check(mapping) ? PySequence_Size(mapping)
                                                        : PyMapping_Size(mapping);
   if (count >= 0) return boost::numeric_cast<size_t>(count);
-  if (!PyErr_Occurred()) {
-    setPythonErrorStr(PyExc_IndexError, formatMessage(InvalidNumberOfElements, count));
-  }
+  if (PyErr_ExceptionMatches(PyExc_ValueError)) reportNegativeLength(mapping);
   return std::nullopt;
 }
 

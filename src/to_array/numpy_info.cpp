@@ -61,10 +61,8 @@ std::optional<bool> hasMaskedElements(PyObject* obj) {
   const auto name = PyObjectWithGuard::owned(PyUnicode_FromString("numpy.ma"));
   if (!name) return std::nullopt;
   const auto ma = PyObjectWithGuard::owned(PyImport_GetModule(name.get()));
-  if (!ma) {
-    if (PyErr_Occurred()) return std::nullopt;
-    return false;
-  }
+  if (!ma && PyErr_Occurred()) return std::nullopt;
+  if (!ma || ma.get() == Py_None) return false;
   const auto type = PyObjectGuardGetter::getAttrString(ma.get(), "MaskedArray", true);
   if (!type) return std::nullopt;
   const int isMasked = PyObject_IsInstance(obj, type.get());

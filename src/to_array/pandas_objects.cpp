@@ -36,6 +36,16 @@ std::optional<std::string> textAttribute(const PyObjectWithGuard& obj, const cha
   return std::string(utf8, static_cast<size_t>(size));
 }
 
+// How Arrow calls the items of a dtype that is Arrow's; empty for all others. Sets no error.
+std::string arrowTypeName(const PyObjectWithGuard& dtype) {
+  const PyObjectWithGuard type = attribute(dtype, "pyarrow_dtype");
+  const auto text = PyObjectWithGuard::owned(type ? PyObject_Str(type.get()) : nullptr);
+  const char* utf8 = text ? PyUnicode_AsUTF8AndSize(text.get(), nullptr) : nullptr;
+  std::string name = utf8 ? utf8 : "";
+  PyErr_Clear();
+  return name;
+}
+
 }  // namespace
 
 const PandasObjects* pandasObjects() {
@@ -61,6 +71,12 @@ void setUnsupportedColumnItem(PyObject* item) {
                     formatMessage(UnsupportedDataFrameColumnTypeError, getUnqualifiedName(item)));
 }
 
+PyObjectWithGuard arrowArrayOf(PyObject* series) {
+  const auto values = PyObjectWithGuard::owned(PyObject_GetAttrString(series, "array"));
+  return PyObjectWithGuard::owned(
+      values ? PyObject_CallMethod(values.get(), "__arrow_array__", nullptr) : nullptr);
+}
+
 std::optional<ColumnType> ColumnType::read(PyObject* series) {
   const auto dtype = PyObjectWithGuard::owned(PyObject_GetAttrString(series, "dtype"));
   if (!dtype) return std::nullopt;
@@ -74,7 +90,11 @@ std::optional<ColumnType> ColumnType::read(PyObject* series) {
   type.name = *name;
   type.kind = kind->empty() ? '\0' : kind->front();
   type.isNumpy = isInstanceOf(dtype.get(), "numpy", "dtype");
-  type.isText = itemType.get() == reinterpret_cast<PyObject*>(&PyUnicode_Type);
+  const std::string arrow = arrowTypeName(dtype);
+  type.isArrow = !arrow.empty();
+  // pandas 1.5 takes Arrow's texts for objects.
+  type.isText = itemType.get() == reinterpret_cast<PyObject*>(&PyUnicode_Type) ||
+                arrow == "string" || arrow == "large_string";
   return type;
 }
 

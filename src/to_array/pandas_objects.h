@@ -21,6 +21,9 @@ struct PandasObjects {
 // Made on first use and never destroyed. NULL, with a Python error set, when pandas cannot be had.
 const PandasObjects* pandasObjects();
 
+// The Arrow array behind a series that Arrow keeps; empty with a Python error set.
+PythonUtil::PyObjectWithGuard arrowArrayOf(PyObject* series);
+
 // No hook of Python runs, and no error is set.
 bool isPandasDataFrame(PyObject* obj);
 bool isPandasSeries(PyObject* obj);
@@ -36,6 +39,7 @@ struct ColumnType {
   std::string name;
   char kind = 0;         // numpy's letter for what it most resembles
   bool isNumpy = false;  // pandas' own and those of others are not
+  bool isArrow = false;  // Arrow keeps the items
   bool isText = false;   // a dtype for texts alone, so not `object`
 
   // Absent with a Python error set.

@@ -32,8 +32,8 @@ class Record {
     return add(std::move(name), kFactory.createCharArray(ascii));
   }
   template <class T>
-  Record& addScalar(std::string name, T value) {
-    return add(std::move(name), kFactory.createScalar(value));
+  Record& addScalar(const std::string& name, const T& value) {
+    return add(name, kFactory.createScalar(value));
   }
 
   Array makeStruct() { return make(ArrayType::STRUCT, ""); }

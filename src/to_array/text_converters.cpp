@@ -23,7 +23,8 @@ class Utf8Reader {
   // The view is valid while `obj` and `copy` are alive. Its data is NULL, with a Python error set,
   // when the text has no UTF-8 form.
   std::string_view read(PyObject* obj, PyObjectWithGuard& copy) {
-    return lastWasAscii_ ? readInside(obj) : readOutside(obj, copy);
+    const bool isShort = PyUnicode_GetLength(obj) <= kLongestInside;
+    return lastWasAscii_ && isShort ? readInside(obj) : readOutside(obj, copy);
   }
 
  private:
@@ -44,6 +45,9 @@ class Utf8Reader {
     lastWasAscii_ = size == PyUnicode_GetLength(obj);
     return {utf8, static_cast<size_t>(size)};
   }
+
+  // A copy of a longer text would be too much to leave behind.
+  static constexpr Py_ssize_t kLongestInside = 4096;
 
   bool lastWasAscii_ = true;
 };

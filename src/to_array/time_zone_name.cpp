@@ -25,7 +25,8 @@ std::optional<bool> isKnownZone(const DateTimeObjects& objects, const std::strin
   static std::string lastKnown;
   if (name.empty()) return false;
   if (name == lastKnown) return true;
-  const auto text = PyObjectWithGuard::owned(PyUnicode_FromStringAndSize(name.data(), name.size()));
+  const auto text = PyObjectWithGuard::owned(
+      PyUnicode_FromStringAndSize(name.data(), static_cast<Py_ssize_t>(name.size())));
   if (!text) return std::nullopt;
   const auto zone = PyObjectWithGuard::owned(
       PyObject_CallFunctionObjArgs(objects.zoneInfo.get(), text.get(), nullptr));

@@ -51,7 +51,16 @@ PyObject* valueEntry(const Array& keys, const Array& values, size_t i,
   return isLoneEmptyValue(keys, values) ? converter->convert(values) : entry(values, i, converter);
 }
 
+// Whether there are converters for single elements of the array; sets ValueError if not.
+bool hasConvertibleElements(const Array& array) {
+  if (array.getType() != ArrayType::ENUMERATION && array.getType() != ArrayType::OBJECT)
+    return true;
+  failWith(formatMessage(UnspecifiedTypeNotConvertibleToZORVANDotDictionary));
+  return false;
+}
+
 bool fill(PyObject* dict, const Array& keys, const Array& values) {
+  if (!hasConvertibleElements(keys) || !hasConvertibleElements(values)) return false;
   const auto keyConverter = ConvertZDAToPyObjectFactory::getConverter(keys, true);
   if (!keyConverter) return false;
   const auto valueConverter =

@@ -17,8 +17,8 @@ namespace PythonZorvanDataArray::detail {
 //   numbers and logicals   the element as convertNumericElem has it
 //   strings                the string, None for a missing one
 //   char                   the whole array as one str
-//   cell                   the element by the rule for an array of its own: empty ones keep their
-//   type all others             ValueError: no dictionary can have them as keys or values
+//   cell                   the element by the rule for an array of its own
+//   all others             ValueError: no dictionary can have them as keys or values
 class ConvertElementToPythonVisitor {
  public:
   // `converter` converts what is no plain number: strings by position, char arrays whole.

@@ -78,24 +78,17 @@ class DescribedStorage : public Storage {
   std::shared_ptr<Storage> gathered_;
 };
 
-// Logical elements are 0 or 1 everywhere else; whoever shares the memory may have put other bytes.
-bool hasOddLogicals(const NdArrayDescription& description) {
-  if (description.type != codeOf(ArrayType::LOGICAL) || !description.elements) return false;
-  const auto* bytes = static_cast<const unsigned char*>(description.elements);
-  unsigned char seen = 0;
-  for (size_t i = 0; i < description.byte_count; ++i) seen |= bytes[i];
-  return seen > 1;
-}
-
 Buffer bufferOf(const std::shared_ptr<DescribedStorage>& storage) {
   const size_t size = storage->description().byte_count;
-  const bool oddLogicals = hasOddLogicals(storage->description());
-  if (size > kCopiedSize && !oddLogicals) return Buffer::shared(storage, size);
+  // Logical elements are 0 or 1 everywhere else; whoever shares the memory may put other bytes
+  // there, now or before the elements are read.
+  const bool isLogical = storage->description().type == codeOf(ArrayType::LOGICAL);
+  if (size > kCopiedSize && !isLogical) return Buffer::shared(storage, size);
 
   Buffer copy = Buffer::uninitialized(size);
   std::byte* bytes = copy.mutableData();
   if (size > 0) storage->copyTo(bytes);
-  if (oddLogicals) {
+  if (isLogical) {
     std::transform(bytes, bytes + size, bytes,
                    [](std::byte byte) { return std::byte{byte != std::byte{0}}; });
   }

@@ -97,7 +97,7 @@ PyObject* zorvanObject_item(PyObject* self, Py_ssize_t index) {
 
 // Besides the sequence slot because that one gets negative indices with the length added.
 PyObject* zorvanObject_subscript(PyObject* self, PyObject* key) {
-  const Py_ssize_t index = PyNumber_AsSsize_t(key, PyExc_IndexError);
+  const Py_ssize_t index = PyNumber_AsSsize_t(key, nullptr);  // clipped: out of range anyhow
   if (index == -1 && PyErr_Occurred()) return nullptr;
   return zorvanObject_item(self, index);
 }

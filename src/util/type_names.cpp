@@ -88,7 +88,7 @@ std::string typeNameOf(PyTypeObject* type) {
   // A key in its dict may be a str subclass whose comparison runs code that drops the type.
   const auto held = PyObjectWithGuard::newReference(reinterpret_cast<PyObject*>(type));
   const PyObjectWithGuard module = moduleOf(type);
-  const std::string name = bareNameOf(type);
+  std::string name = bareNameOf(type);
   if (!module) {
     return name;
   }

@@ -339,8 +339,9 @@ REFUSED = {
                              "'gone'"),
     "own error of the length": (trouble("__len__", lambda self: [][1]), IndexError,
                                 "list index out of range"),
-    "negative length": (trouble("__len__", lambda self: -1), ValueError,
-                        "__len__() should return >= 0"),
+    "negative length": (trouble("__len__", lambda self: -1), IndexError,
+                        "invalid number of elements in object to be converted to a ZORVAN "
+                        "dictionary: -1"),
     "no length": (trouble("__len__", None), TypeError, "'NoneType' object is not callable"),
     "no list of keys": (trouble("keys", lambda self: 5), TypeError,
                         "Trouble.keys() returned a non-iterable (type int)"),
@@ -505,8 +506,8 @@ BROKEN = {
     "struct values": (keyed(ONE, named(STRUCT, {"a": ONE})), ValueError, NO_DICTIONARY),
     "object keys": (keyed(TWO_POINTS, TWO), ValueError, NO_DICTIONARY),
     "object values": (keyed(TWO, TWO_POINTS), ValueError, NO_DICTIONARY),
-    "enumeration values": (keyed(ONE, COLOR), TypeError,
-                           "conversion of ZORVAN data type 29 to Python not supported"),
+    "enumeration values": (keyed(ONE, COLOR), ValueError,
+                           "conversion of this dictionary to a zorvan.dictionary not supported"),
     "sparse values": (keyed(TWO, DIAGONAL), TypeError,
                       "conversion of ZORVAN sparse array to Python not supported"),
 }  # fmt: skip
