@@ -136,7 +136,8 @@ class FieldElementRef {
   FieldElementRef(const FieldElementRef&) = default;
   // Sets the field to what the other one is; one's own value stays.
   FieldElementRef& operator=(const FieldElementRef& other) {
-    return &other == this ? *this : *this = Array(other);
+    if (&other != this) detail::writeField(*array_, index_, name_, Array(other));
+    return *this;
   }
   operator Array() const {  // NOLINT: a cast is the interface
     return detail::readField(*array_, index_, name_);

@@ -44,7 +44,8 @@ void writeDenseElement(Array& array, ArrayType type, size_t index, const void* v
 
 void writeElement(Array& array, size_t index, const Array& value) {
   checkType(array, ArrayType::CELL);
-  const Array held = value;  // `value` may be `array` itself
+  // `value` may be `array` itself.
+  const Array held = value;  // NOLINT(performance-unnecessary-copy-initialization)
   array.mutableImpl().items().set(index, held);
 }
 
@@ -111,7 +112,8 @@ void writeField(Array& array, size_t index, const std::string& name, const Array
   const size_t field =
       array.getType() == ArrayType::STRUCT ? position(layout, name) : layout.find(name);
   const bool isNew = field == layout.names.size();
-  const Array held = value;  // `value` may be `array` itself
+  // `value` may be `array` itself.
+  const Array held = value;  // NOLINT(performance-unnecessary-copy-initialization)
   ArrayImpl& impl = array.mutableImpl();
   if (isNew) impl.addName(name);
   impl.items().set(impl.itemIndex(field, index), held);
