@@ -384,7 +384,6 @@ class Decoder {
   static void appendColumn(ItemList& values, const Array& column, size_t count) {
     require(column.getType() == ArrayType::CELL && column.getNumberOfElements() == count,
             "a column of records has another length");
-    values.reserve(values.size() + count);
     const ItemList& items = column.impl().items();
     for (size_t i = 0; i < count; ++i) {
       require(items[i].form() != Item::Form::kElement, "a column of records holds records");
