@@ -2,13 +2,15 @@
 
 #include <google/protobuf/wire_format_lite.h>
 
+#include <cstring>
 #include <memory>
 #include <optional>
 
-#include "message/field_reader.h"
+#include "message/array_fields.h"
 #include "message/fields.h"
 #include "zorvandata/array_impl.h"
 #include "zorvandata/exception.h"
+#include "zorvandata/item_column.h"
 #include "zorvandata/limits.h"
 #include "zorvandata/text.h"
 
@@ -18,16 +20,6 @@ namespace {
 using namespace zorvandata;   // NOLINT: the vocabulary of this file
 using namespace array_field;  // NOLINT: the vocabulary of this file
 using google::protobuf::internal::WireFormatLite;
-
-// The fields of one message as they were read.
-struct Fields {
-  uint64_t type = 0;
-  std::optional<uint64_t> itemType;
-  Column dims, ints, reals, textLen, rows, colStarts, refs;
-  std::string_view elements, kinds, text, className;
-  std::vector<std::string> names;
-  ItemList children;
-};
 
 [[noreturn]] void malformed(const char* details) { throw MalformedMessageException(details); }
 
@@ -40,10 +32,15 @@ ArrayType checkedType(uint64_t code) {
   return static_cast<ArrayType>(code);
 }
 
+// Whether elements of the type may travel by the columns of their fields.
+bool isRecordType(ArrayType type) {
+  return type == ArrayType::STRUCT || type == ArrayType::VALUE_OBJECT || type == ArrayType::CELL;
+}
+
 // Takes the texts of a message one by one.
 class TextCursor {
  public:
-  explicit TextCursor(const Fields& fields)
+  explicit TextCursor(const ArrayFields& fields)
       : lengths_(fields.textLen.bytes()), text_(fields.text) {}
 
   std::optional<std::string_view> next() {
@@ -109,6 +106,19 @@ const char* take(std::string_view& column, size_t size) {
   return value;
 }
 
+void checkLogicals(ArrayType type, std::string_view elements) {
+  if (type != ArrayType::LOGICAL) return;
+  unsigned char all = 0;
+  for (const char flag : elements) all |= static_cast<unsigned char>(flag);
+  require(all <= 1, "a logical is not 0 or 1");
+}
+
+Buffer allPresent(size_t count) {
+  Buffer bits = Buffer::uninitialized((count + 7) / 8);
+  std::memset(bits.mutableData(), 0xFF, bits.size());
+  return bits;
+}
+
 // Values that a few bytes stand for are made once and shared.
 const std::shared_ptr<const Layout>& noNames() {
   static const auto layout = makeLayout("", {});
@@ -127,19 +137,46 @@ const Array& emptyRecord(ArrayType type) {
   return type == ArrayType::STRUCT ? record : object;
 }
 
+// The texts of a message, all of them.
+TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, Buffer bytes) {
+  Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
+  Buffer present;
+  auto* next = reinterpret_cast<int64_t*>(offsets.mutableData());
+  *next = 0;
+  VarintCursor lengths(fields.textLen.bytes());
+  for (size_t i = 0; i < count; ++i) {
+    const uint64_t length = lengths.next();
+    if (length == 0) {
+      require(type == ArrayType::ZORVAN_STRING, "a char row is missing");
+      if (present.size() == 0) present = allPresent(count);
+      present.mutableData()[i / 8] &= ~(std::byte{1} << (i % 8));
+    }
+    // Each is held against the text before they are added up.
+    require(length <= fields.text.size() + 1, "a text is longer than its column");
+    next[1] = next[0] + static_cast<int64_t>(length ? length - 1 : 0);
+    ++next;
+  }
+  require(lengths.atEnd() && static_cast<uint64_t>(*next) == fields.text.size(),
+          "the dimensions do not match the texts");
+  return TextColumn::checked(type == ArrayType::CHAR ? type : ArrayType::ZORVAN_STRING,
+                             std::move(offsets), std::move(bytes), std::move(present));
+}
+
 class Decoder {
  public:
+  explicit Decoder(std::shared_ptr<const void> owner) : owner_(std::move(owner)) {}
+
   Array array(std::string_view bytes, bool cut, int depth) {
     // One level more than arrays may have: the innermost may be a value that lies inline.
     if (depth > kMaxNesting + 1) throw NestingTooDeepException();
-    Fields fields;
+    ArrayFields fields;
     fields.children = ItemList(arena_);
     readFields(bytes, cut, depth, fields);
     return assemble(fields);
   }
 
  private:
-  void readFields(std::string_view bytes, bool cut, int depth, Fields& fields) {
+  void readFields(std::string_view bytes, bool cut, int depth, ArrayFields& fields) {
     FieldReader reader(bytes);
     while (reader.next()) {
       if (reader.number() == kChildren && reader.isMessage()) {
@@ -151,57 +188,7 @@ class Decoder {
     require(cut || !reader.broken(), "its fields break off");
   }
 
-  static void readField(const FieldReader& field, Fields& fields) {
-    switch (field.number()) {
-      case kType:
-        if (field.isVarint()) fields.type = field.value();
-        return;
-      case kItemType:
-        if (field.isVarint()) fields.itemType = field.value();
-        return;
-      case kDims:
-        return fields.dims.addVarints(field);
-      case kInts:
-        return fields.ints.addVarints(field);
-      case kReals:
-        return fields.reals.addFixed64(field);
-      case kTextLen:
-        return fields.textLen.addVarints(field);
-      case kRows:
-        return fields.rows.addVarints(field);
-      case kColStarts:
-        return fields.colStarts.addVarints(field);
-      case kRef:
-        return fields.refs.addVarints(field);
-      default:
-        if (field.isBytes()) readBytes(field, fields);
-    }
-  }
-
-  static void readBytes(const FieldReader& field, Fields& fields) {
-    switch (field.number()) {
-      case kElements:
-        fields.elements = field.bytes();
-        return;
-      case kKinds:
-        fields.kinds = field.bytes();
-        return;
-      case kText:
-        fields.text = field.bytes();
-        return;
-      case kClassName:
-        fields.className = field.bytes();
-        return;
-      case kNames:
-        checkUtf8(field.bytes());
-        fields.names.emplace_back(field.bytes());
-        return;
-      default:
-        return;
-    }
-  }
-
-  Array assemble(Fields& fields) {
+  Array assemble(ArrayFields& fields) {
     const ArrayType type = checkedType(fields.type);
     const Dimensions dims = readDimensions(fields);
     if (isDense(type)) return makeDense(type, dims, denseBuffer(type, dims, fields.elements));
@@ -223,7 +210,7 @@ class Decoder {
     }
   }
 
-  static Dimensions readDimensions(const Fields& fields) {
+  static Dimensions readDimensions(const ArrayFields& fields) {
     return Dimensions(readVarints(fields.dims.bytes()));
   }
 
@@ -233,13 +220,11 @@ class Decoder {
         bytes != elements.size()) {
       throw InvalidDimensionsException("they do not match the payload");
     }
-    if (type == ArrayType::LOGICAL) {
-      for (const char flag : elements) require(flag == 0 || flag == 1, "a logical is not 0 or 1");
-    }
+    checkLogicals(type, elements);
     return Buffer::copyOf(elements.data(), elements.size());
   }
 
-  static Array sparse(ArrayType type, const Dimensions& dims, const Fields& fields) {
+  static Array sparse(ArrayType type, const Dimensions& dims, const ArrayFields& fields) {
     const ArrayType valueType = sparseValueType(type);
     SparseContent content;
     content.rows = readVarints(fields.rows.bytes());
@@ -249,7 +234,7 @@ class Decoder {
     return makeSparse(type, dims, std::move(content));
   }
 
-  std::shared_ptr<const Layout> layout(Fields& fields) {
+  std::shared_ptr<const Layout> layout(ArrayFields& fields) {
     checkUtf8(fields.className);
     if (fields.className.empty() && fields.names.empty()) return noNames();
     // Objects of one class follow each other.
@@ -260,8 +245,8 @@ class Decoder {
   }
 
   // Structs and objects: every name has an item in every element.
-  Array named(ArrayType type, const Dimensions& dims, Fields& fields) {
-    require(fields.itemType != static_cast<uint64_t>(ArrayType::STRUCT),
+  Array named(ArrayType type, const Dimensions& dims, ArrayFields& fields) {
+    require(!fields.itemType || !isRecordType(checkedType(*fields.itemType)),
             "only a cell can hold records");
     size_t count = 0;
     if (__builtin_mul_overflow(fields.names.size(), dims.elements(), &count)) {
@@ -273,7 +258,7 @@ class Decoder {
     return makeArray(type, dims, std::move(values), layout(fields));
   }
 
-  ItemList references(const Fields& fields, size_t count) {
+  ItemList references(const ArrayFields& fields, size_t count) {
     ItemList list(arena_);
     VarintCursor refs(fields.refs.bytes());
     while (!refs.atEnd()) list.appendScalar(uint64_t{refs.next()});
@@ -281,7 +266,7 @@ class Decoder {
     return list;
   }
 
-  ItemList items(Fields& fields, size_t count) {
+  ItemList items(ArrayFields& fields, size_t count) {
     ItemList list = fields.itemType        ? uniform(checkedType(*fields.itemType), fields, count)
                     : fields.kinds.empty() ? std::move(fields.children)
                                            : mixed(fields);
@@ -289,17 +274,21 @@ class Decoder {
     return list;
   }
 
-  ItemList uniform(ArrayType type, Fields& fields, size_t count) {
-    if (type == ArrayType::STRUCT) return records(fields, count);
+  ItemList uniform(ArrayType type, ArrayFields& fields, size_t count) {
+    if (isRecordType(type)) return records(type, fields, count);
     if (type == ArrayType::CHAR || type == ArrayType::ZORVAN_STRING) {
       return texts(fields, count, type);
     }
     require(isDense(type), "items of this type do not lie in columns");
-    return fields.elements.empty() ? integers(type, fields) : scalars(type, fields.elements);
+    return fields.elements.empty() ? integers(type, fields, count) : scalars(type, fields.elements);
   }
 
-  ItemList texts(const Fields& fields, size_t count, ArrayType type) {
+  ItemList texts(const ArrayFields& fields, size_t count, ArrayType type) {
+    if (!fields.textIndex.bytes().empty()) return repeatedTexts(fields, count, type);
     require(count <= fields.textLen.bytes().size(), "the dimensions do not match the texts");
+    if (count >= kColumnFrom) {
+      return makeColumn(textColumn(fields, count, type, kept(fields.text)));
+    }
     ItemList list(arena_);
     list.reserve(count);
     TextCursor texts(fields);
@@ -316,9 +305,38 @@ class Decoder {
     return list;
   }
 
-  ItemList integers(ArrayType type, const Fields& fields) {
-    ItemList list(arena_);
+  // Each element's position among a few short texts.
+  ItemList repeatedTexts(const ArrayFields& fields, size_t count, ArrayType type) {
+    size_t texts = 0;
+    for (VarintCursor lengths(fields.textLen.bytes()); !lengths.atEnd(); ++texts) {
+      require(lengths.next() <= kLongestRepeated + 1, "a repeated text is too long");
+    }
+    require(count <= fields.textIndex.bytes().size() && texts <= UINT32_MAX,
+            "the dimensions do not match the texts");
+    RepeatedTextColumn column{textColumn(fields, texts, type, kept(fields.text)),
+                              Buffer::uninitialized(count * sizeof(uint32_t))};
+    auto* positions = reinterpret_cast<uint32_t*>(column.positions.mutableData());
+    VarintCursor indices(fields.textIndex.bytes());
+    for (size_t i = 0; i < count; ++i) {
+      const uint64_t position = indices.next();
+      require(position < texts, "a text's position is out of range");
+      positions[i] = static_cast<uint32_t>(position);
+    }
+    require(indices.atEnd(), "the dimensions do not match the texts");
+    return makeColumn(std::move(column));
+  }
+
+  ItemList integers(ArrayType type, const ArrayFields& fields, size_t count) {
+    const bool is64Bits = type == ArrayType::INT64 || type == ArrayType::UINT64;
     VarintCursor values(fields.ints.bytes());
+    if (is64Bits && count >= kColumnFrom && count <= fields.ints.bytes().size()) {
+      Buffer elements = Buffer::uninitialized(count * sizeof(int64_t));
+      auto* out = reinterpret_cast<int64_t*>(elements.mutableData());
+      for (size_t i = 0; i < count; ++i) out[i] = WireFormatLite::ZigZagDecode64(values.next());
+      require(values.atEnd(), "the dimensions do not match the items");
+      return makeColumn(ScalarColumn{type, std::move(elements)});
+    }
+    ItemList list(arena_);
     while (!values.atEnd()) appendInt(list, type, values.next());
     return list;
   }
@@ -326,6 +344,10 @@ class Decoder {
   ItemList scalars(ArrayType type, std::string_view elements) {
     const size_t size = elementSize(type);
     require(elements.size() % size == 0, "the elements are no whole number of items");
+    if (elements.size() / size >= kColumnFrom) {
+      checkLogicals(type, elements);
+      return makeColumn(ScalarColumn{type, kept(elements)});
+    }
     ItemList list(arena_);
     list.reserve(elements.size() / size);
     while (!elements.empty()) appendScalar(list, type, take(elements, size));
@@ -337,7 +359,7 @@ class Decoder {
     list.appendScalar(type, value);
   }
 
-  ItemList mixed(const Fields& fields) {
+  ItemList mixed(const ArrayFields& fields) {
     ItemList list(arena_);
     list.reserve(fields.kinds.size());
     VarintCursor ints(fields.ints.bytes());
@@ -365,42 +387,51 @@ class Decoder {
     return list;
   }
 
-  // One cell of `count` items a name: the columns of a struct array.
-  ItemList records(Fields& fields, size_t count) {
-    require(!fields.names.empty() && fields.children.size() == fields.names.size(),
+  // One cell of `count` items a field.
+  ItemList records(ArrayType type, ArrayFields& fields, size_t count) {
+    const bool ofCells = type == ArrayType::CELL;
+    const size_t width = fields.children.size();
+    require(width > 0 && (ofCells || width == fields.names.size()),
             "records need one column a name");
-    ItemList values(arena_);
-    for (size_t field = 0; field < fields.names.size(); ++field) {
-      appendColumn(values, fields.children.get(field), count);
-    }
-    const Array structs = makeArray(ArrayType::STRUCT, Dimensions(count, 1), std::move(values),
-                                    makeLayout("", std::move(fields.names)));
-    ItemList list(arena_);
-    list.reserve(count);
-    for (size_t i = 0; i < count; ++i) list.appendElement(structs, i);
-    return list;
+    FieldColumns columns;
+    columns.fields.reserve(width);
+    for (const Item& child : fields.children) columns.fields.push_back(column(child, count));
+    const Dimensions dims(count, ofCells ? width : 1);
+    return makeColumn(RecordColumn{
+        makeArray(type, dims, makeColumn(std::move(columns)), ofCells ? nullptr : layout(fields))});
   }
 
-  static void appendColumn(ItemList& values, const Array& column, size_t count) {
-    require(column.getType() == ArrayType::CELL && column.getNumberOfElements() == count,
-            "a column of records has another length");
-    const ItemList& items = column.impl().items();
-    for (size_t i = 0; i < count; ++i) {
-      require(items[i].form() != Item::Form::kElement, "a column of records holds records");
-      values.append(items, i);
-    }
+  static ItemList column(const Item& child, size_t count) {
+    const bool isCell =
+        child.form() == Item::Form::kArray && child.array().type() == ArrayType::CELL;
+    require(isCell && child.array().elements() == count, "a column of records has another length");
+    const ItemList& items = child.array().items();
+    require(!items.column() || !items.column()->as<RecordColumn>(),
+            "a column of records holds records");
+    return items;
   }
 
+  // Bytes of the message for a column.
+  Buffer kept(std::string_view bytes) const {
+    constexpr size_t kWorthLending = 4096;
+    return owner_ && bytes.size() >= kWorthLending
+               ? Buffer::lent(owner_, bytes.data(), bytes.size())
+               : Buffer::copyOf(bytes.data(), bytes.size());
+  }
+
+  std::shared_ptr<const void> owner_;
   std::shared_ptr<Arena> arena_ = std::make_shared<Arena>();
   std::shared_ptr<const Layout> lastLayout_ = noNames();
 };
 
 }  // namespace
 
-Array decodeArray(const ArrayBytes& array) { return Decoder().array(array.bytes, array.cut, 1); }
+Array decodeArray(const ArrayBytes& array) {
+  return Decoder(nullptr).array(array.bytes, array.cut, 1);
+}
 
-ItemList decodeEach(const std::vector<ArrayBytes>& arrays) {
-  Decoder decoder;
+ItemList decodeEach(const std::vector<ArrayBytes>& arrays, std::shared_ptr<const void> owner) {
+  Decoder decoder(std::move(owner));
   ItemList items;
   items.reserve(arrays.size());
   for (const ArrayBytes& array : arrays) items.append(decoder.array(array.bytes, array.cut, 1));

@@ -1,6 +1,7 @@
 // Reads ZORVAN_Array messages as data arrays, trusting nothing it reads.
 #pragma once
 
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -21,7 +22,9 @@ struct ArrayBytes {
 // data-array library.
 zorvandata::Array decodeArray(const ArrayBytes& array);
 
-// All of them, in order.
-zorvandata::ItemList decodeEach(const std::vector<ArrayBytes>& arrays);
+// All of them, in order. While `owner` is held the bytes stay as they are: long columns then refer
+// to them and hold it. Without an owner all that is kept is copied.
+zorvandata::ItemList decodeEach(const std::vector<ArrayBytes>& arrays,
+                                std::shared_ptr<const void> owner);
 
 }  // namespace foundation::protobuf

@@ -127,8 +127,8 @@ EnvelopeOutline readOutline(std::string_view bytes) {
   return outline;
 }
 
-Array decodeArrays(const EnvelopeOutline& outline) {
-  ItemList items = decodeEach(outline.arrays);
+Array decodeArrays(const EnvelopeOutline& outline, std::shared_ptr<const void> owner) {
+  ItemList items = decodeEach(outline.arrays, std::move(owner));
   const auto dims = zorvandata::Dimensions::row(items.size());
   return makeArray(ArrayType::CELL, dims, std::move(items));
 }

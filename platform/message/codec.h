@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -52,7 +53,11 @@ EnvelopeOutline readOutline(std::string_view bytes);
 // The outline's arrays as a 1-by-n cell array. Throws when an array makes no sense: dimensions
 // that overflow or do not match the payload, unknown type codes, indices out of range, malformed
 // fields, nesting beyond kMaxNesting. Memory stays within a small multiple of the bytes.
-zorvandata::Array decodeArrays(const EnvelopeOutline& outline);
+//
+// If the bytes stay as they are while `owner` is held, long columns of values inside cells refer to
+// them and hold it; otherwise, and all else, is copied.
+zorvandata::Array decodeArrays(const EnvelopeOutline& outline,
+                               std::shared_ptr<const void> owner = nullptr);
 
 // Both together.
 Envelope decodeEnvelope(std::string_view bytes);

@@ -1,8 +1,10 @@
 #include "message/field_reader.h"
 
+#include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
 
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 
 #include "zorvandata/exception.h"
@@ -14,34 +16,45 @@ using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 
-const uint8_t* begin(std::string_view bytes) {
-  return reinterpret_cast<const uint8_t*>(bytes.data());
+std::string_view checkedSize(std::string_view bytes) {
+  if (bytes.size() > INT_MAX) throw std::length_error("message exceeds the limit of 2 GiB");
+  return bytes;
 }
 
-int checkedSize(std::string_view bytes) {
-  if (bytes.size() > INT_MAX) throw std::length_error("message exceeds the limit of 2 GiB");
-  return static_cast<int>(bytes.size());
+// A little-endian number.
+uint64_t fixed64Of(std::string_view bytes) {
+  uint64_t value = 0;
+  std::memcpy(&value, bytes.data(), sizeof(value));
+  return value;
 }
 
 }  // namespace
 
-FieldReader::FieldReader(std::string_view bytes) : stream_(begin(bytes), checkedSize(bytes)) {
-  stream_.SetTotalBytesLimit(INT_MAX);
+bool ByteCursor::readLongVarint(uint64_t& value) {
+  uint64_t sum = 0;
+  for (int shift = 0; shift < 64; shift += 7) {
+    if (at_ == end_) return false;
+    const uint8_t byte = *at_++;
+    sum |= static_cast<uint64_t>(byte & 0x7F) << shift;
+    if (byte < 0x80) {
+      value = sum;
+      return true;
+    }
+  }
+  return false;
 }
 
+FieldReader::FieldReader(std::string_view bytes) : cursor_(checkedSize(bytes)) {}
+
 bool FieldReader::next() {
-  if (broken_) return false;
-  const uint32_t tag = stream_.ReadTag();
-  if (tag == 0) {
-    broken_ = !stream_.ConsumedEntireMessage();
-    return false;
-  }
-  number_ = WireFormatLite::GetTagFieldNumber(tag);
+  if (broken_ || cursor_.atEnd()) return false;
+  uint64_t tag = 0;
   cut_ = false;
-  if (number_ == 0 || !readValue(tag)) {
-    broken_ = true;
-    return false;
-  }
+  broken_ = true;
+  if (!cursor_.readVarint(tag) || tag > UINT32_MAX) return false;
+  number_ = WireFormatLite::GetTagFieldNumber(static_cast<uint32_t>(tag));
+  if (number_ == 0 || !readValue(static_cast<uint32_t>(tag))) return false;
+  broken_ = cut_;
   return true;
 }
 
@@ -49,10 +62,12 @@ bool FieldReader::readValue(uint32_t tag) {
   switch (WireFormatLite::GetTagWireType(tag)) {
     case WireFormatLite::WIRETYPE_VARINT:
       kind_ = Kind::kVarint;
-      return stream_.ReadVarint64(&value_);
+      return cursor_.readVarint(value_);
     case WireFormatLite::WIRETYPE_FIXED64:
       kind_ = Kind::kFixed64;
-      return stream_.ReadLittleEndian64(&value_);
+      if (cursor_.left() < sizeof(value_)) return false;
+      value_ = fixed64Of(cursor_.take(sizeof(value_)));
+      return true;
     case WireFormatLite::WIRETYPE_LENGTH_DELIMITED:
       kind_ = Kind::kBytes;
       return readBytes();
@@ -60,21 +75,27 @@ bool FieldReader::readValue(uint32_t tag) {
       return false;
     default:
       kind_ = Kind::kOther;
-      return WireFormatLite::SkipField(&stream_, tag);
+      return skip(tag);
   }
 }
 
 bool FieldReader::readBytes() {
   uint64_t length = 0;
-  if (!stream_.ReadVarint64(&length)) return false;
-  const void* data = nullptr;
-  int available = 0;
-  if (!stream_.GetDirectBufferPointer(&data, &available)) available = 0;
-  cut_ = length > static_cast<uint64_t>(available);
-  broken_ = cut_;
-  const int taken = cut_ ? available : static_cast<int>(length);
-  field_ = {static_cast<const char*>(data), static_cast<size_t>(taken)};
-  return stream_.Skip(taken);
+  if (!cursor_.readVarint(length)) return false;
+  cut_ = length > cursor_.left();
+  field_ = cursor_.take(cut_ ? cursor_.left() : static_cast<size_t>(length));
+  return true;
+}
+
+// A field of a kind that no message of ours has.
+bool FieldReader::skip(uint32_t tag) {
+  ByteCursor rest = cursor_;
+  const auto size = static_cast<int>(rest.left());
+  const std::string_view bytes = rest.take(rest.left());
+  CodedInputStream stream(reinterpret_cast<const uint8_t*>(bytes.data()), size);
+  if (!WireFormatLite::SkipField(&stream, tag)) return false;
+  cursor_.take(static_cast<size_t>(stream.CurrentPosition()));
+  return true;
 }
 
 void Column::addVarints(const FieldReader& field) {
@@ -110,15 +131,8 @@ void Column::append(std::string_view bytes) {
   }
 }
 
-VarintCursor::VarintCursor(std::string_view bytes)
-    : stream_(begin(bytes), checkedSize(bytes)), size_(checkedSize(bytes)) {}
-
-uint64_t VarintCursor::next() {
-  uint64_t value = 0;
-  if (!stream_.ReadVarint64(&value)) {
-    throw zorvandata::MalformedMessageException("a column of numbers is too short");
-  }
-  return value;
+void VarintCursor::throwTooShort() {
+  throw zorvandata::MalformedMessageException("a column of numbers is too short");
 }
 
 std::vector<size_t> readVarints(std::string_view bytes) {

@@ -1,15 +1,47 @@
 // Reads the fields of one message out of a contiguous run of bytes.
 #pragma once
 
-#include <google/protobuf/io/coded_stream.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "message/varints.h"
+
 namespace foundation::protobuf {
+
+// The bytes still to be read. Read by hand: a coded stream for each of many small messages and
+// columns costs more than what is in them.
+class ByteCursor {
+ public:
+  explicit ByteCursor(std::string_view bytes)
+      : at_(reinterpret_cast<const uint8_t*>(bytes.data())), end_(at_ + bytes.size()) {}
+
+  bool atEnd() const { return at_ == end_; }
+  size_t left() const { return static_cast<size_t>(end_ - at_); }
+  // False when the bytes are no varint of at most 64 bits.
+  bool readVarint(uint64_t& value) {
+    if (at_ == end_) return false;
+    if (*at_ < 0x80) {
+      value = *at_++;
+      return true;
+    }
+    return (left() >= sizeof(uint64_t) && readShortVarint(at_, value)) || readLongVarint(value);
+  }
+  // Moves past that many bytes, of which there must be as many left.
+  std::string_view take(size_t count) {
+    const std::string_view taken(reinterpret_cast<const char*>(at_), count);
+    at_ += count;
+    return taken;
+  }
+
+ private:
+  bool readLongVarint(uint64_t& value);
+
+  const uint8_t* at_;
+  const uint8_t* end_;
+};
 
 // Steps from field to field:  while (reader.next()) switch (reader.number()) ...
 // The views it hands out refer to the bytes it was made of.
@@ -41,8 +73,9 @@ class FieldReader {
 
   bool readValue(uint32_t tag);
   bool readBytes();
+  bool skip(uint32_t tag);
 
-  google::protobuf::io::CodedInputStream stream_;
+  ByteCursor cursor_;
   Kind kind_ = Kind::kOther;
   int number_ = 0;
   bool cut_ = false;
@@ -70,14 +103,19 @@ class Column {
 // Takes the varints of a column one by one.
 class VarintCursor {
  public:
-  explicit VarintCursor(std::string_view bytes);
+  explicit VarintCursor(std::string_view bytes) : cursor_(bytes) {}
   // Throws MalformedMessageException when there is no further value.
-  uint64_t next();
-  bool atEnd() { return stream_.CurrentPosition() == size_; }
+  uint64_t next() {
+    uint64_t value = 0;
+    if (!cursor_.readVarint(value)) throwTooShort();
+    return value;
+  }
+  bool atEnd() const { return cursor_.atEnd(); }
 
  private:
-  google::protobuf::io::CodedInputStream stream_;
-  int size_;
+  [[noreturn]] static void throwTooShort();
+
+  ByteCursor cursor_;
 };
 
 // All values of a column; throws MalformedMessageException.

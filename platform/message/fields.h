@@ -26,6 +26,7 @@ enum : int {
   kReals = 10,
   kTextLen = 11,
   kText = 12,
+  kTextIndex = 13,
   kRows = 14,
   kColStarts = 15,
   kRef = 16,

@@ -44,8 +44,8 @@ bool equalBuffers(ArrayType type, const Buffer& a, const Buffer& b) {
 bool equalImpls(const ArrayImpl& a, const ArrayImpl& b);
 
 bool equalItems(const ItemList& a, const ItemList& b, size_t i) {
-  const Item& left = a[i];
-  const Item& right = b[i];
+  const Item left = a[i];
+  const Item right = b[i];
   if (left.form() != right.form()) {
     const auto isInline = [](const Item& item) {
       return item.form() != Item::Form::kArray && item.form() != Item::Form::kElement;

@@ -36,6 +36,21 @@ class OwnStorage : public Storage {
   size_t size_;
 };
 
+class LentStorage final : public Storage {
+ public:
+  LentStorage(std::shared_ptr<const void> owner, const void* bytes, size_t size)
+      : owner_(std::move(owner)), bytes_(static_cast<const std::byte*>(bytes)), size_(size) {}
+
+  const std::byte* data() override { return bytes_; }
+  void copyTo(std::byte* out) override { std::memcpy(out, bytes_, size_); }
+  bool writable() const override { return false; }
+
+ private:
+  std::shared_ptr<const void> owner_;
+  const std::byte* bytes_;
+  size_t size_;
+};
+
 }  // namespace
 
 std::shared_ptr<Storage> allocateStorage(size_t size) { return std::make_shared<OwnStorage>(size); }
@@ -71,6 +86,10 @@ Buffer Buffer::shared(std::shared_ptr<Storage> storage, size_t size) {
   buffer.size_ = size;
   buffer.storage_ = std::move(storage);
   return buffer;
+}
+
+Buffer Buffer::lent(std::shared_ptr<const void> owner, const void* bytes, size_t size) {
+  return shared(std::make_shared<LentStorage>(std::move(owner), bytes, size), size);
 }
 
 std::byte* Buffer::mutableData() {

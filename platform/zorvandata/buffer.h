@@ -38,6 +38,8 @@ class Buffer {
   static Buffer uninitialized(size_t size);
   static Buffer copyOf(const void* bytes, size_t size);
   static Buffer shared(std::shared_ptr<Storage> storage, size_t size);
+  // Bytes of somebody else that stay as they are while `owner` is held; of any alignment.
+  static Buffer lent(std::shared_ptr<const void> owner, const void* bytes, size_t size);
 
   size_t size() const { return size_; }
   const std::byte* data() const { return storage_ ? storage_->data() : inline_; }

@@ -25,7 +25,7 @@ template <>
 std::optional<std::u16string> readElement<std::optional<std::u16string>>(const Array& array,
                                                                          size_t index) {
   checkType(array, ArrayType::ZORVAN_STRING);
-  const Item& item = array.impl().items()[index];
+  const Item item = array.impl().items()[index];
   if (item.form() == Item::Form::kMissing) return std::nullopt;
   return toUtf16(item.utf8());
 }
@@ -136,20 +136,35 @@ void checkPropertyClass(const Array& objects, const ZorvanPropertyIdentifier& pr
   checkClass(namesOf(objects), property);
 }
 
+namespace {
+
+// `count` items from position `first` on, `step` apart.
+ItemList everyNth(const ItemList& items, size_t first, size_t step, size_t count) {
+  ItemList taken;
+  taken.reserve(count);
+  for (size_t i = 0; i < count; ++i) taken.append(items, first + i * step);
+  return taken;
+}
+
+}  // namespace
+
 Array elementAsArray(const Array& array, size_t index) {
   checkIndex(array, index);
   const ArrayImpl& impl = array.impl();
   const ArrayType type = impl.type();
   if (type == ArrayType::CELL) return impl.items().get(index);
   if (isDense(type)) return makeScalar(type, impl.buffer().data() + index * elementSize(type));
-  const ItemList& from = impl.items();
-  ItemList items;
   const bool hasNames = impl.layout() && !impl.layout()->names.empty();
-  const size_t perElement = hasNames ? impl.layout()->names.size() : from.size() / impl.elements();
-  for (size_t field = 0; field < perElement; ++field) {
-    items.append(from.get(impl.itemIndex(field, index)));
-  }
-  return makeArray(type, Dimensions::scalar(), std::move(items), impl.layout());
+  const size_t fields =
+      hasNames ? impl.layout()->names.size() : impl.items().size() / impl.elements();
+  return makeArray(type, Dimensions::scalar(),
+                   everyNth(impl.items(), index, impl.elements(), fields), impl.layout());
+}
+
+Array rowAsCell(const Array& matrix, size_t row) {
+  const Dimensions& dims = matrix.dimensions();
+  return makeArray(ArrayType::CELL, Dimensions::row(dims[1]),
+                   everyNth(matrix.impl().items(), row, dims[0], dims[1]));
 }
 
 }  // namespace detail

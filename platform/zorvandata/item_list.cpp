@@ -5,6 +5,7 @@
 #include "zorvandata/array_impl.h"
 #include "zorvandata/element_references.h"
 #include "zorvandata/exception.h"
+#include "zorvandata/item_column.h"
 #include "zorvandata/limits.h"
 #include "zorvandata/text.h"
 
@@ -51,8 +52,20 @@ ArrayType Item::type() const {
   return array_->type();
 }
 
+ItemList::ItemList(std::shared_ptr<const ItemColumn> column)
+    : depth_(column->visit([](const auto& kind) { return kind.depth(); })),
+      column_(std::move(column)),
+      columnSize_(column_->visit([](const auto& kind) { return kind.size(); })) {
+  if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+}
+
 ItemList::ItemList(const ItemList& other)
-    : items_(other.items_), arena_(other.arena_), handles_(other.handles_), depth_(other.depth_) {
+    : items_(other.items_),
+      arena_(other.arena_),
+      handles_(other.handles_),
+      depth_(other.depth_),
+      column_(other.column_),
+      columnSize_(other.columnSize_) {
   if (handles_ == 0) return;
   for (const Item& item : items_) {
     if (item.hasHandle()) item.array_->retain();
@@ -71,10 +84,23 @@ void ItemList::swap(ItemList& other) noexcept {
   arena_.swap(other.arena_);
   std::swap(handles_, other.handles_);
   std::swap(depth_, other.depth_);
+  column_.swap(other.column_);
+  std::swap(columnSize_, other.columnSize_);
+}
+
+Item ItemList::columnItem(size_t i) const {
+  return column_->visit([i](const auto& kind) { return kind[i]; });
+}
+
+void ItemList::expand() {
+  ItemList single;
+  single.reserve(columnSize_ + 1);
+  for (size_t i = 0; i < columnSize_; ++i) single.append(*this, i);
+  swap(single);
 }
 
 Array ItemList::get(size_t i) const {
-  const Item& item = items_[i];
+  const Item item = (*this)[i];
   switch (item.form_) {
     case Item::Form::kEmpty:
       return makeDense(ArrayType::DOUBLE, Dimensions(), Buffer());
@@ -93,16 +119,27 @@ Array ItemList::get(size_t i) const {
       return makeArray(ArrayType::ZORVAN_STRING, Dimensions::scalar(), std::move(text));
     }
     case Item::Form::kElement:
-      return detail::elementAsArray(Array::share(*item.array_), item.element());
+      return item.type() == ArrayType::CELL
+                 ? detail::rowAsCell(Array::share(*item.array_), item.element())
+                 : detail::elementAsArray(Array::share(*item.array_), item.element());
     case Item::Form::kArray:
       break;
   }
   return Array::share(*item.array_);
 }
 
-void ItemList::set(size_t i, const Array& value) { put(i, itemOf(value)); }
+void ItemList::set(size_t i, const Array& value) {
+  expandColumn();
+  put(i, itemOf(value));
+}
+
+void ItemList::setString(size_t i, std::optional<std::string_view> utf8) {
+  expandColumn();
+  put(i, stringItem(utf8));
+}
 
 void ItemList::append(const Array& value) {
+  expandColumn();
   grow();
   items_.push_back(itemOf(value));
   handles_ += items_.back().hasHandle();
@@ -113,30 +150,25 @@ void ItemList::grow() {
 }
 
 void ItemList::append(const ItemList& from, size_t i) {
-  Item item = from.items_[i];
+  expandColumn();
+  Item item = from[i];
   const bool stored =
       item.wide_ || item.form_ == Item::Form::kText || item.form_ == Item::Form::kString;
-  if (stored && from.arena_ != arena_) {
+  if (stored && (from.column_ || from.arena_ != arena_)) {
     item.text_ = store(item.text_, item.wide_ ? elementSize(item.type()) : item.size_);
   }
   grow();
   if (item.hasHandle()) {
+    const uint32_t element = item.size_;
     item = handleItem(item.form_, *item.array_);
-    item.size_ = from.items_[i].size_;
+    item.size_ = element;
     ++handles_;
   }
   items_.push_back(item);
 }
 
-void ItemList::appendElement(const Array& structs, size_t index) {
-  grow();
-  Item item = handleItem(Item::Form::kElement, structs.impl());
-  item.size_ = static_cast<uint32_t>(index);
-  items_.push_back(item);
-  ++handles_;
-}
-
 void ItemList::appendScalar(ArrayType type, const void* value) {
+  expandColumn();
   items_.push_back(scalarItem(type, value));
 }
 
@@ -165,7 +197,7 @@ Item ItemList::itemOf(const Array& value) {
     return textItem(Item::Form::kText, toUtf8({units, dims.elements()}));
   }
   if (type == ArrayType::ZORVAN_STRING && dims.isScalar()) {
-    const Item& text = impl.items()[0];
+    const Item text = impl.items()[0];
     if (text.form_ == Item::Form::kMissing) return stringItem(std::nullopt);
     return stringItem(text.utf8());
   }
@@ -184,33 +216,18 @@ Item ItemList::handleItem(Item::Form form, const ArrayImpl& array) {
 }
 
 Item ItemList::scalarItem(ArrayType type, const void* value) {
-  Item item;
-  item.form_ = Item::Form::kScalar;
-  item.type_ = static_cast<uint8_t>(type);
-  const size_t size = elementSize(type);
-  if (size <= sizeof(item.bits_)) {
-    std::memcpy(&item.bits_, value, size);
-  } else {
-    item.wide_ = true;
-    item.text_ = store(value, size);
-  }
+  Item item = Item::ofScalar(type, value);
+  if (item.wide_) item.text_ = store(value, elementSize(type));
   return item;
 }
 
 Item ItemList::textItem(Item::Form form, std::string_view utf8) {
   if (utf8.size() > kLongestText) throw std::bad_alloc();
-  Item item;
-  item.form_ = form;
-  item.size_ = static_cast<uint32_t>(utf8.size());
-  item.text_ = store(utf8.data(), utf8.size());
-  return item;
+  return Item::ofText(form, {store(utf8.data(), utf8.size()), utf8.size()});
 }
 
 Item ItemList::stringItem(std::optional<std::string_view> utf8) {
-  if (utf8) return textItem(Item::Form::kString, *utf8);
-  Item item;
-  item.form_ = Item::Form::kMissing;
-  return item;
+  return utf8 ? textItem(Item::Form::kString, *utf8) : Item::missing();
 }
 
 const char* ItemList::store(const void* bytes, size_t size) {

@@ -60,10 +60,10 @@ std::optional<PyObjectWithGuard> mdata2protobuf(const Array& args, long nargout)
   }
 }
 
-std::optional<Array> protobuf2mdata(std::string_view bytes) {
+std::optional<Array> protobuf2mdata(std::string_view bytes, std::shared_ptr<const void> owner) {
   try {
     const EnvelopeOutline outline = foundation::protobuf::common::readOutline(bytes);
-    return outline.error ? errorStruct(*outline.error) : decodeArrays(outline);
+    return outline.error ? errorStruct(*outline.error) : decodeArrays(outline, std::move(owner));
   } catch (const std::exception& error) {
     std::cerr << "Exception thrown from protobuf2mdata with the following content:\n"
               << error.what() << std::endl;

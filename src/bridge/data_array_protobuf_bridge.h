@@ -2,6 +2,7 @@
 // the results or the engine's error back.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,7 +22,9 @@ std::optional<PythonUtil::PyObjectWithGuard> mdata2protobuf(
 // error, a 1-by-1 struct with the fields "message", "identifier" and "stack_as_str". Bytes that
 // are no message are read as far as they go. Empty when an array in them makes no sense: the
 // reason is then on standard error, and no Python error is set.
-std::optional<foundation::zorvandata::Array> protobuf2mdata(std::string_view bytes);
+// With an owner, that keeps the bytes from changing, the array may refer to them.
+std::optional<foundation::zorvandata::Array> protobuf2mdata(
+    std::string_view bytes, std::shared_ptr<const void> owner = nullptr);
 
 // The bytes by which one array travels; equal arrays have equal ones.
 std::string serializedArray(const foundation::zorvandata::Array& array);

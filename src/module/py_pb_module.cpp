@@ -58,6 +58,12 @@ class BufferArgument {
   bool held_;
 };
 
+// Something that holds a bytes object; NULL for objects of other types.
+std::shared_ptr<const void> ownerOfBytes(PyObject* obj) {
+  if (Py_TYPE(obj) != &PyBytes_Type) return nullptr;
+  return std::make_shared<const PyObjectWithGuard>(PyObjectWithGuard::newReference(obj));
+}
+
 PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Module is null");
   if (!args) return fail(PyExc_ValueError, "args is null");
@@ -66,8 +72,8 @@ PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
     const BufferArgument data(args);
     if (!data) return fail(PyExc_ValueError, "args invalid");
     if (parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
-    // Copies what it keeps: the buffer need not outlive it.
-    result = protobuf2mdata(data.bytes());
+    // Bytes never change, and may be kept; of other buffers all is copied.
+    result = protobuf2mdata(data.bytes(), ownerOfBytes(PyTuple_GetItem(args, 0)));
   }
   return result ? createPyObject(*result) : nullptr;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "to_array/argument_scope.h"
 #include "to_array/converter_factory.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
@@ -34,17 +33,6 @@ std::string fieldName(PyObject* key) {
   return "";
 }
 
-// The layout of the keys, which must be as many as there are values; NULL with ValueError set.
-std::shared_ptr<const Layout> makeLayoutOf(const DictKeys& keys) {
-  std::vector<std::string> names;
-  names.reserve(keys.size());
-  for (const PyObjectWithGuard& key : keys) {
-    names.push_back(fieldName(key.get()));
-    if (names.back().empty()) return nullptr;
-  }
-  return foundation::zorvandata::makeLayout("", std::move(names));
-}
-
 struct Fields {
   std::shared_ptr<const Layout> layout;
   std::vector<PyObjectWithGuard> values;
@@ -65,13 +53,23 @@ std::optional<Fields> readFields(PyObject* dict) {
   }
   fields.layout = ArgumentScope::layoutOf(keys);
   if (fields.layout) return fields;
-  fields.layout = makeLayoutOf(keys);
+  fields.layout = layoutOfKeys(keys);
   if (!fields.layout) return std::nullopt;
   ArgumentScope::remember(std::move(keys), fields.layout);
   return fields;
 }
 
 }  // namespace
+
+std::shared_ptr<const Layout> layoutOfKeys(const DictKeys& keys) {
+  std::vector<std::string> names;
+  names.reserve(keys.size());
+  for (const PyObjectWithGuard& key : keys) {
+    names.push_back(fieldName(key.get()));
+    if (names.back().empty()) return nullptr;
+  }
+  return foundation::zorvandata::makeLayout("", std::move(names));
+}
 
 std::optional<Array> PyDictToStruct::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;

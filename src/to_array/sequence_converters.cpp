@@ -2,6 +2,8 @@
 
 #include "to_array/argument_scope.h"
 #include "to_array/converter_factory.h"
+#include "to_array/plain_columns.h"
+#include "to_array/plain_records.h"
 #include "util/message_catalogue.h"
 #include "util/nesting_guard.h"
 #include "util/py_object_guard.h"
@@ -32,13 +34,28 @@ std::optional<Array> toCell(Py_ssize_t count, Next&& next) {
   return makeArray(ArrayType::CELL, Dimensions::row(static_cast<size_t>(count)), std::move(items));
 }
 
+// A list or tuple of elements that are alike and many. Absent when they are not, or with a Python
+// error set.
+std::optional<Array> toColumns(PyObject* listOrTuple, Py_ssize_t count) {
+  if (count < static_cast<Py_ssize_t>(foundation::zorvandata::kColumnFrom)) return std::nullopt;
+  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
+  if (!level) return std::nullopt;
+  std::optional<ItemList> items = uniformColumn(listOrTuple);
+  if (!items && !PyErr_Occurred()) items = recordColumn(listOrTuple);
+  if (!items) return std::nullopt;
+  const Dimensions dims = Dimensions::row(items->size());
+  return makeArray(ArrayType::CELL, dims, std::move(*items));
+}
+
 }  // namespace
 
 std::optional<Array> PyListToCell::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;
+  const Py_ssize_t count = PyList_Size(obj);
+  if (auto columns = toColumns(obj, count); columns || PyErr_Occurred()) return columns;
   // Converting an element can run Python code, which may shorten the list: then PyList_GetItem
   // raises IndexError.
-  return toCell(PyList_Size(obj), [obj](Py_ssize_t i) {
+  return toCell(count, [obj](Py_ssize_t i) {
     PyObject* item = PyList_GetItem(obj, i);
     if (item != obj) return PyObjectWithGuard::newReference(item);
     setPythonErrorStr(PyExc_ValueError, formatMessage(RecurListNotSupported));
@@ -48,7 +65,9 @@ std::optional<Array> PyListToCell::convert(PyObject* obj, const std::optional<Op
 
 std::optional<Array> PyTupleToCell::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;
-  return toCell(PyTuple_Size(obj), [obj](Py_ssize_t i) {
+  const Py_ssize_t count = PyTuple_Size(obj);
+  if (auto columns = toColumns(obj, count); columns || PyErr_Occurred()) return columns;
+  return toCell(count, [obj](Py_ssize_t i) {
     return PyObjectWithGuard::newReference(PyTuple_GetItem(obj, i));
   });
 }

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "to_array/utf8_reader.h"
 #include "util/message_catalogue.h"
 #include "util/py_object_guard.h"
 #include "util/py_object_guard_getter.h"
@@ -14,43 +15,6 @@ using foundation::zorvandata::ItemList;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
-
-// Reads the UTF-8 of str objects. Asking a str for its UTF-8 is free for ASCII text, but leaves a
-// second copy of any other text inside the str for as long as it lives; so after the first text
-// that is not ASCII the copy is made outside, until an ASCII text comes again.
-class Utf8Reader {
- public:
-  // The view is valid while `obj` and `copy` are alive. Its data is NULL, with a Python error set,
-  // when the text has no UTF-8 form.
-  std::string_view read(PyObject* obj, PyObjectWithGuard& copy) {
-    const bool isShort = PyUnicode_GetLength(obj) <= kLongestInside;
-    return lastWasAscii_ && isShort ? readInside(obj) : readOutside(obj, copy);
-  }
-
- private:
-  std::string_view readInside(PyObject* obj) {
-    Py_ssize_t size = 0;
-    const char* utf8 = PyUnicode_AsUTF8AndSize(obj, &size);
-    return noted(obj, utf8, size);
-  }
-
-  std::string_view readOutside(PyObject* obj, PyObjectWithGuard& copy) {
-    copy = PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
-    if (!copy) return {};
-    return noted(obj, PyBytes_AsString(copy.get()), PyBytes_Size(copy.get()));
-  }
-
-  std::string_view noted(PyObject* obj, const char* utf8, Py_ssize_t size) {
-    if (!utf8) return {};
-    lastWasAscii_ = size == PyUnicode_GetLength(obj);
-    return {utf8, static_cast<size_t>(size)};
-  }
-
-  // A copy of a longer text would be too much to leave behind.
-  static constexpr Py_ssize_t kLongestInside = 4096;
-
-  bool lastWasAscii_ = true;
-};
 
 PyStrToCharOrString& sharedConverter() {
   static PyStrToCharOrString converter;
@@ -86,11 +50,7 @@ bool PyStrToCharOrString::appendTo(ItemList& items, PyObject* obj,
   static Utf8Reader reader;
   PyObjectWithGuard copy;
   const std::string_view text = reader.read(obj, copy);
-  if (!text.data()) {
-    // The error that users know is the one of the UTF-16 encoder.
-    PyErr_Clear();
-    return ConvertToZorvanDataArray::appendTo(items, obj, options);
-  }
+  if (!text.data()) return false;
   if (options && options->getConvertPyStrToString()) {
     items.appendString(text);
   } else {

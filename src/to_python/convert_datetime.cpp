@@ -97,14 +97,14 @@ LastZone& lastZone() {
 std::shared_ptr<const DatetimeMaker> ZorvanObjectToPyObject::datetimeMakerOf(
     const Array& array) const {
   const std::optional<size_t> position = findProperty(array, "tz");
-  const Item* text = position ? &array.impl().items()[*position] : nullptr;
-  if (text && text->form() != Item::Form::kText) text = nullptr;
-  if (text && lastZone().maker && text->utf8() == lastZone().name) return lastZone().maker;
+  const Item tz = position ? array.impl().items()[*position] : Item();
+  const bool isText = tz.form() == Item::Form::kText;
+  if (isText && lastZone().maker && tz.utf8() == lastZone().name) return lastZone().maker;
 
   const auto zone = PyObjectWithGuard::owned(convertTimeZone(array));
   if (!zone) return nullptr;
   auto maker = DatetimeMaker::forZone(zone.get());
-  if (text && maker) lastZone() = {std::string(text->utf8()), maker};
+  if (isText && maker) lastZone() = {std::string(tz.utf8()), maker};
   return maker;
 }
 

@@ -1,8 +1,6 @@
 #include "to_python/text_converters.h"
 
-#include <string_view>
-
-#include "to_python/converter_factory.h"
+#include "to_python/column_to_py_list.h"
 #include "to_python/vectors.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
@@ -25,17 +23,17 @@ PyObject* decodeUtf16(std::u16string_view units) {
                                &byteOrder);
 }
 
+}  // namespace
+
 // The stored form holds lone surrogates, which UTF-8 has no room for; what is wrong with them is
 // told in terms of the UTF-16 text that the array shows.
-PyObject* decodeUtf8(std::string_view utf8) {
+PyObject* makeText(std::string_view utf8) {
   PyObject* text =
       PyUnicode_DecodeUTF8(utf8.data(), static_cast<Py_ssize_t>(utf8.size()), "strict");
   if (text || !PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) return text;
   PyErr_Clear();
   return decodeUtf16(foundation::zorvandata::toUtf16(utf8));
 }
-
-}  // namespace
 
 PyObject* CharToPyStr::convert(const Array& array) const {
   foundation::zorvandata::detail::checkType(array, ArrayType::CHAR);
@@ -50,7 +48,7 @@ PyObject* CharToPyStr::convert(const Array& array) const {
 PyObject* CharToPyStr::convertItem(const ItemList& items, size_t i) const {
   const Item& item = items[i];
   if (item.form() != Item::Form::kText) return ConvertZDAToPyObject::convertItem(items, i);
-  return decodeUtf8(item.utf8());
+  return makeText(item.utf8());
 }
 
 PyObject* ZVStringToPyStr::convert(const Array& array) const {
@@ -63,7 +61,7 @@ PyObject* ZVStringToPyStr::convertItem(const ItemList& items, size_t i) const {
   const Item& item = items[i];
   switch (item.form()) {
     case Item::Form::kString:
-      return decodeUtf8(item.utf8());
+      return makeText(item.utf8());
     case Item::Form::kMissing:
       return Py_NewRef(Py_None);
     default:
@@ -77,10 +75,7 @@ PyObject* ZVStringToPyList::convert(const Array& array) const {
     setPythonErrorStr(PyExc_ValueError, formatMessage(StringArrayFromZorvan));
     return nullptr;
   }
-  const ItemList& items = array.impl().items();
-  return makeList(items.size(), [&items](size_t i) {
-    return ConvertZDAToPyObjectFactory::convertElement(items, i);
-  });
+  return itemsToList(array.impl().items(), Empties::kAsTheyAre);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,9 +2,14 @@
 // UnicodeDecodeError of Python's strict UTF-16 decoder.
 #pragma once
 
+#include <string_view>
+
 #include "to_python/convert_zda_to_py_object.h"
 
 namespace PythonZorvanDataArray::detail {
+
+// New reference to the str that stored text is; NULL with a Python error set.
+PyObject* makeText(std::string_view utf8);
 
 // A vector of characters becomes one str.
 class CharToPyStr : public ConvertZDAToPyObject {

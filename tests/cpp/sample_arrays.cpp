@@ -3,6 +3,8 @@
 #include <optional>
 #include <sstream>
 
+#include "zorvandata/item_column.h"
+
 namespace sample {
 
 using namespace foundation::zorvandata;  // NOLINT: the vocabulary of this file
@@ -126,6 +128,54 @@ std::vector<Sample> containers() {
   };
 }
 
+// A cell of 20 elements, enough to be kept as a column once it was read.
+template <class Make>
+Array many(const Make& make) {
+  std::vector<Array> elements;
+  for (int i = 0; i < 20; ++i) elements.push_back(make(i));
+  return cell(elements);
+}
+
+Array repeatedTexts() {
+  const char texts[] = "ab\xC3\xA9";
+  const int64_t offsets[] = {0, 0, 2, 4};
+  std::vector<uint32_t> positions;
+  for (uint32_t i = 0; i < 20; ++i) positions.push_back(i % 3);
+  auto distinct = TextColumn::checked(ArrayType::CHAR, Buffer::copyOf(offsets, sizeof(offsets)),
+                                      Buffer::copyOf(texts, 4));
+  RepeatedTextColumn column{std::move(distinct), Buffer::copyOf(positions.data(), 80)};
+  return makeArray(ArrayType::CELL, Dimensions::row(20), makeColumn(std::move(column)));
+}
+
+std::vector<Sample> columns() {
+  const auto number = [](int i) { return kFactory.createScalar(i * 0.1); };
+  const auto text = [](int i) { return kFactory.createCharArray(std::u16string(i % 3, 0xD800)); };
+  const auto string = [](int i) {
+    return i % 4 ? strings({1, 1}, {std::nullopt}) : strings({1, 1}, {u"\u00E9"});
+  };
+  return {
+      {"many doubles", many(number)},
+      {"many logicals", many([](int i) { return kFactory.createScalar(i % 2 == 0); })},
+      {"many integers",
+       many([](int i) { return kFactory.createScalar(INT64_MIN >> (3 * i) << (i % 2)); })},
+      {"many unsigned", many([](int i) { return kFactory.createScalar(UINT64_MAX >> (3 * i)); })},
+      {"many singles", many([](int i) { return kFactory.createScalar(0.5F * i); })},
+      {"many texts", many(text)},
+      {"many strings", many(string)},
+      {"texts again and again", repeatedTexts()},
+      {"rows", many([&](int i) {
+         return cell({number(i), text(i), string(i)});
+       })},
+      {"rows of rows", many([&](int i) {
+         return cell({cell({number(i)}), number(i)});
+       })},
+      {"many records", many([&](int i) {
+         return record({{"x", number(i)}, {"y", text(i)}});
+       })},
+      {"many objects", many([](int) { return object(); })},
+  };
+}
+
 std::vector<Sample> rarities() {
   const auto sparse = [](ArrayType type, ArrayType values) {
     return kFactory.createSparseArray(type, 3, 4, {0, 2, 1}, {0, 2, 2, 3, 3},
@@ -195,7 +245,7 @@ Array nested(int levels, Array innermost) {
 
 std::vector<Sample> everyKind() {
   std::vector<Sample> all;
-  for (const auto& group : {numbers(), texts(), containers(), rarities()}) {
+  for (const auto& group : {numbers(), texts(), containers(), columns(), rarities()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

@@ -172,7 +172,7 @@ TEST(HostileMessages, TypesAndColumnsOfItems) {
   expectMalformed(noInts, kind(24) + number(9, 2));
   expectMalformed("the elements are no whole number of items",
                   kCell + number(7, 4) + bytes(3, "1"));
-  expectMalformed("items of this type do not lie in columns", kCell + number(7, 24));
+  expectMalformed("items of this type do not lie in columns", kCell + number(7, 29));
   expectMalformed(tooShort, kind(6));
   expectMalformed(tooShort, kind(4));
   expectMalformed(tooShort, kind(2));
@@ -181,6 +181,8 @@ TEST(HostileMessages, TypesAndColumnsOfItems) {
   expectMalformed(more, kind(6) + number(9, 2) + kChild);
   expectMalformed("a char row is missing", kind(2) + number(11, 0));
   expectMalformed("records need one column a name", kCell + number(7, 25) + kChild);
+  expectMalformed("records need one column a name", kCell + number(7, 24));
+  expectMalformed("only a cell can hold records", ofType(25) + number(7, 24) + kChild);
   expectMalformed("a column of records has another length",
                   kCell + number(7, 25) + bytes(5, "a") + kChild);
 }
@@ -196,6 +198,20 @@ TEST(HostileMessages, TextsAndNames) {
   expectRefused(utf8, ofType(29) + bytes(6, "\xFF") + number(11, 1));
   expectRefused("Invalid field name: 'a' stands twice",
                 ofType(25) + bytes(5, "a") + bytes(5, "a") + kChild + kChild);
+}
+
+TEST(HostileMessages, RepeatedTexts) {
+  const auto texts = [](const std::string& lengths, size_t bytes12, const std::string& indices) {
+    return ofType(3) + dims(1, 3) + bytes(11, lengths) + bytes(12, std::string(bytes12, 'x')) +
+           bytes(13, indices);
+  };
+  const std::string dimensions = "the dimensions do not match the texts";
+  EXPECT_NO_THROW(decodeArray(texts("\2\1", 1, "\1\1" + zeros(1))));
+  expectMalformed("a text's position is out of range", texts("\2\1", 1, "\1\1\2"));
+  expectMalformed("a repeated text is too long", texts("\x81\2", 256, zeros(3)));
+  expectMalformed(dimensions, texts("\2\1", 1, zeros(2)));
+  expectMalformed(dimensions, texts("\2\1", 1, zeros(4)));
+  expectMalformed(dimensions, texts("\2\1", 2, zeros(3)));
 }
 
 TEST(HostileMessages, SparseParts) {

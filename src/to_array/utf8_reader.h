@@ -1,0 +1,55 @@
+// The UTF-8 of str objects, at the least cost in time and memory.
+#pragma once
+
+#include <string_view>
+
+#include "util/py_object_guard.h"
+
+namespace PythonZorvanDataArray::detail {
+
+// Asking a str for its UTF-8 is free for ASCII text, but leaves a second copy of any other text
+// inside the str for as long as it lives; so after the first text that is not ASCII the copy is
+// made outside, until an ASCII text comes again. Runs no Python code.
+class Utf8Reader {
+ public:
+  // The view is valid while `obj` and `copy` are alive. Its data is NULL, with the
+  // UnicodeEncodeError of the UTF-16 encoder set, when the text has a lone surrogate.
+  std::string_view read(PyObject* obj, PythonUtil::PyObjectWithGuard& copy) {
+    const bool isShort = PyUnicode_GetLength(obj) <= kLongestInside;
+    return lastWasAscii_ && isShort ? readInside(obj) : readOutside(obj, copy);
+  }
+
+ private:
+  std::string_view readInside(PyObject* obj) {
+    Py_ssize_t size = 0;
+    const char* utf8 = PyUnicode_AsUTF8AndSize(obj, &size);
+    return utf8 ? noted(obj, utf8, size) : fail(obj);
+  }
+
+  std::string_view readOutside(PyObject* obj, PythonUtil::PyObjectWithGuard& copy) {
+    copy = PythonUtil::PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
+    if (!copy) return fail(obj);
+    return noted(obj, PyBytes_AsString(copy.get()), PyBytes_Size(copy.get()));
+  }
+
+  std::string_view noted(PyObject* obj, const char* utf8, Py_ssize_t size) {
+    lastWasAscii_ = size == PyUnicode_GetLength(obj);
+    return {utf8, static_cast<size_t>(size)};
+  }
+
+  // The error that users know is the one of the UTF-16 encoder.
+  static std::string_view fail(PyObject* obj) {
+    if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError)) {
+      PyErr_Clear();
+      const auto refused = PythonUtil::PyObjectWithGuard::owned(PyUnicode_AsUTF16String(obj));
+    }
+    return {};
+  }
+
+  // A copy of a longer text would be too much to leave behind.
+  static constexpr Py_ssize_t kLongestInside = 4096;
+
+  bool lastWasAscii_ = true;
+};
+
+}  // namespace PythonZorvanDataArray::detail
