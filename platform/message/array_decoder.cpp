@@ -143,9 +143,12 @@ TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, B
   Buffer present;
   auto* next = reinterpret_cast<int64_t*>(offsets.mutableData());
   *next = 0;
-  VarintCursor lengths(fields.textLen.bytes());
+  const std::string_view codes = fields.textLen.bytes();
+  VarintCursor lengths(codes);
+  // Of numbers below 128, each is a byte.
+  const bool areBytes = codes.size() == count && isAscii(codes);
   for (size_t i = 0; i < count; ++i) {
-    const uint64_t length = lengths.next();
+    const uint64_t length = areBytes ? static_cast<unsigned char>(codes[i]) : lengths.next();
     if (length == 0) {
       require(type == ArrayType::ZORVAN_STRING, "a char row is missing");
       if (present.size() == 0) present = allPresent(count);
@@ -156,7 +159,7 @@ TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, B
     next[1] = next[0] + static_cast<int64_t>(length ? length - 1 : 0);
     ++next;
   }
-  require(lengths.atEnd() && static_cast<uint64_t>(*next) == fields.text.size(),
+  require((areBytes || lengths.atEnd()) && static_cast<uint64_t>(*next) == fields.text.size(),
           "the dimensions do not match the texts");
   return TextColumn::checked(type == ArrayType::CHAR ? type : ArrayType::ZORVAN_STRING,
                              std::move(offsets), std::move(bytes), std::move(present));
@@ -166,31 +169,57 @@ class Decoder {
  public:
   explicit Decoder(std::shared_ptr<const void> owner) : owner_(std::move(owner)) {}
 
-  Array array(std::string_view bytes, bool cut, int depth) {
-    // One level more than arrays may have: the innermost may be a value that lies inline.
-    if (depth > kMaxNesting + 1) throw NestingTooDeepException();
+  Array array(const ArrayBytes& message) {
     ArrayFields fields;
-    fields.children = ItemList(arena_);
-    readFields(bytes, cut, depth, fields);
-    return assemble(fields);
+    readFields(message, 1, fields);
+    return assemble(checkedType(fields.type), readDimensions(fields), fields);
+  }
+
+  // Appends an array to a list; no array is made of a value that lies inline there.
+  void appendTo(ItemList& list, const ArrayBytes& message, int depth) {
+    ArrayFields fields;
+    readFields(message, depth, fields);
+    const ArrayType type = checkedType(fields.type);
+    const Dimensions dims = readDimensions(fields);
+    const size_t size = fields.elements.size();
+    if (isInline(type, dims) && size == dims.elements() * elementSize(type)) {
+      type == ArrayType::CHAR ? appendRow(list, fields.elements)
+                              : appendScalar(list, type, fields.elements.data());
+    } else {
+      list.append(assemble(type, dims, fields));
+    }
   }
 
  private:
-  void readFields(std::string_view bytes, bool cut, int depth, ArrayFields& fields) {
-    FieldReader reader(bytes);
+  void readFields(const ArrayBytes& message, int depth, ArrayFields& fields) {
+    // One level more than arrays may have: the innermost may be a value that lies inline.
+    if (depth > kMaxNesting + 1) throw NestingTooDeepException();
+    FieldReader reader(message.bytes);
     while (reader.next()) {
       if (reader.number() == kChildren && reader.isMessage()) {
-        fields.children.append(array(reader.bytes(), reader.cut(), depth + 1));
+        if (fields.children.size() == 0) fields.children = ItemList(arena());
+        appendTo(fields.children, {reader.bytes(), reader.cut()}, depth + 1);
       } else {
         readField(reader, fields);
       }
     }
-    require(cut || !reader.broken(), "its fields break off");
+    require(message.cut || !reader.broken(), "its fields break off");
   }
 
-  Array assemble(ArrayFields& fields) {
-    const ArrayType type = checkedType(fields.type);
-    const Dimensions dims = readDimensions(fields);
+  // Whether a list holds such an array without an object for it: a scalar, a short text.
+  static bool isInline(ArrayType type, const Dimensions& dims) {
+    constexpr size_t kShort = 256;
+    if (type == ArrayType::CHAR) return dims.isRow() && dims.elements() <= kShort;
+    return isDense(type) && dims.isScalar();
+  }
+
+  static void appendRow(ItemList& list, std::string_view elements) {
+    std::u16string units(elements.size() / sizeof(char16_t), u'\0');
+    if (!units.empty()) std::memcpy(units.data(), elements.data(), elements.size());
+    list.appendText(toUtf8(units));
+  }
+
+  Array assemble(ArrayType type, const Dimensions& dims, ArrayFields& fields) {
     if (isDense(type)) return makeDense(type, dims, denseBuffer(type, dims, fields.elements));
     if (isSparse(type)) return sparse(type, dims, fields);
     const size_t count = dims.elements();
@@ -211,7 +240,13 @@ class Decoder {
   }
 
   static Dimensions readDimensions(const ArrayFields& fields) {
-    return Dimensions(readVarints(fields.dims.bytes()));
+    const std::string_view extents = fields.dims.bytes();
+    if (extents.empty()) return Dimensions::scalar();
+    VarintCursor cursor(extents);
+    const size_t first = cursor.next();
+    if (cursor.atEnd()) return Dimensions::row(first);
+    const size_t second = cursor.next();
+    return cursor.atEnd() ? Dimensions(first, second) : Dimensions(readVarints(extents));
   }
 
   static Buffer denseBuffer(ArrayType type, const Dimensions& dims, std::string_view elements) {
@@ -259,7 +294,7 @@ class Decoder {
   }
 
   ItemList references(const ArrayFields& fields, size_t count) {
-    ItemList list(arena_);
+    ItemList list(arena());
     VarintCursor refs(fields.refs.bytes());
     while (!refs.atEnd()) list.appendScalar(uint64_t{refs.next()});
     require(list.size() == count, "the dimensions do not match the references");
@@ -289,7 +324,7 @@ class Decoder {
     if (count >= kColumnFrom) {
       return makeColumn(textColumn(fields, count, type, kept(fields.text)));
     }
-    ItemList list(arena_);
+    ItemList list(arena());
     list.reserve(count);
     TextCursor texts(fields);
     for (size_t i = 0; i < count; ++i) {
@@ -336,7 +371,7 @@ class Decoder {
       require(values.atEnd(), "the dimensions do not match the items");
       return makeColumn(ScalarColumn{type, std::move(elements)});
     }
-    ItemList list(arena_);
+    ItemList list(arena());
     while (!values.atEnd()) appendInt(list, type, values.next());
     return list;
   }
@@ -348,7 +383,7 @@ class Decoder {
       checkLogicals(type, elements);
       return makeColumn(ScalarColumn{type, kept(elements)});
     }
-    ItemList list(arena_);
+    ItemList list(arena());
     list.reserve(elements.size() / size);
     while (!elements.empty()) appendScalar(list, type, take(elements, size));
     return list;
@@ -360,7 +395,7 @@ class Decoder {
   }
 
   ItemList mixed(const ArrayFields& fields) {
-    ItemList list(arena_);
+    ItemList list(arena());
     list.reserve(fields.kinds.size());
     VarintCursor ints(fields.ints.bytes());
     std::string_view reals = fields.reals.bytes();
@@ -419,22 +454,25 @@ class Decoder {
                : Buffer::copyOf(bytes.data(), bytes.size());
   }
 
+  const std::shared_ptr<Arena>& arena() {
+    if (!arena_) arena_ = std::make_shared<Arena>();
+    return arena_;
+  }
+
   std::shared_ptr<const void> owner_;
-  std::shared_ptr<Arena> arena_ = std::make_shared<Arena>();
+  std::shared_ptr<Arena> arena_;
   std::shared_ptr<const Layout> lastLayout_ = noNames();
 };
 
 }  // namespace
 
-Array decodeArray(const ArrayBytes& array) {
-  return Decoder(nullptr).array(array.bytes, array.cut, 1);
-}
+Array decodeArray(const ArrayBytes& array) { return Decoder(nullptr).array(array); }
 
 ItemList decodeEach(const std::vector<ArrayBytes>& arrays, std::shared_ptr<const void> owner) {
   Decoder decoder(std::move(owner));
   ItemList items;
   items.reserve(arrays.size());
-  for (const ArrayBytes& array : arrays) items.append(decoder.array(array.bytes, array.cut, 1));
+  for (const ArrayBytes& array : arrays) decoder.appendTo(items, array, 1);
   return items;
 }
 

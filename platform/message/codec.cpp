@@ -83,6 +83,7 @@ void readError(std::string_view bytes, EngineError& error) {
 }  // namespace
 
 EnvelopeEncoder::EnvelopeEncoder(const Envelope& envelope) : envelope_(envelope) {
+  plan_.reserve(4 * envelope.arrays.impl().elements() + 4);
   if (envelope.arrays.getType() != ArrayType::CELL) {
     throw zorvandata::InvalidArrayTypeException(
         "the values of a message must come in a cell array (a tuple, list or set of arguments), "
@@ -112,6 +113,8 @@ std::string encodeEnvelope(const Envelope& envelope) {
 
 EnvelopeOutline readOutline(std::string_view bytes) {
   EnvelopeOutline outline;
+  constexpr size_t kUsual = 8;
+  outline.arrays.reserve(kUsual);
   FieldReader reader(bytes);
   while (reader.next()) {
     if (reader.number() == envelope_field::kArrays && reader.isMessage()) {

@@ -336,15 +336,27 @@ void putColumn(Sink& sink, const ScalarColumn& column) {
 }
 
 template <class Sink>
-void putColumn(Sink& sink, const TextColumn& column) {
+void putLengths(Sink& sink, const TextColumn& column) {
   const int64_t* offsets = column.offset();
+  const size_t count = column.size();
   const bool anyMissing = column.present.size() > 0;
+  const size_t isShort = sink.choice([&] { return !anyMissing && column.longest() < 0x7F; });
+  if (isShort) {  // a byte each
+    return sink.sized(kTextLen, count, [&] {
+      sink.eachByte(count, [=](size_t i) { return offsets[i + 1] - offsets[i] + 1; });
+    });
+  }
   sink.nested(kTextLen, [&] {
-    sink.varints(column.size(), [&, anyMissing, offsets](size_t i) {
+    sink.varints(count, [&, anyMissing, offsets](size_t i) {
       if (anyMissing && column.isMissing(i)) return uint64_t{0};
       return static_cast<uint64_t>(offsets[i + 1] - offsets[i] + 1);
     });
   });
+}
+
+template <class Sink>
+void putColumn(Sink& sink, const TextColumn& column) {
+  putLengths(sink, column);
   putText(sink, kText, column.all());
 }
 

@@ -51,6 +51,10 @@ class MeasuringSink {
   void varints(size_t count, const Value& value) {
     for (size_t i = 0; i < count; ++i) size_ += varintSize(value(i));
   }
+  template <class Value>
+  void eachByte(size_t count, const Value&) {
+    size_ += count;
+  }
   void bytes(const void*, size_t size) { size_ += size; }
   void buffer(const zorvandata::Buffer& buffer) { size_ += buffer.size(); }
 
@@ -90,6 +94,13 @@ class WritingSink {
   template <class Value>
   void varints(size_t count, const Value& value) {
     out_ = writeVarints(count, value, out_);
+  }
+  // Numbers of one byte.
+  template <class Value>
+  void eachByte(size_t count, const Value& value) {
+    uint8_t* out = out_;
+    for (size_t i = 0; i < count; ++i) out[i] = static_cast<uint8_t>(value(i));
+    out_ += count;
   }
   void bytes(const void* data, size_t size) {
     if (size) std::memcpy(out_, data, size);

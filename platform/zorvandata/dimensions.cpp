@@ -6,8 +6,6 @@
 
 namespace foundation::zorvandata {
 
-Dimensions::Dimensions(size_t rows, size_t columns) : first_{rows, columns} { checkProduct(); }
-
 Dimensions::Dimensions(const std::vector<size_t>& extents) : first_{1, 1} {
   if (extents.size() == 1) {
     first_[1] = extents[0];

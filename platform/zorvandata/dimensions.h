@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace foundation::zorvandata {
@@ -12,7 +13,9 @@ namespace foundation::zorvandata {
 class Dimensions {
  public:
   Dimensions() : Dimensions(0, 0) {}
-  Dimensions(size_t rows, size_t columns);
+  Dimensions(size_t rows, size_t columns) : first_{rows, columns}, elements_(rows * columns) {
+    if ((rows | columns) > UINT32_MAX / 2) checkProduct();
+  }
   // Throws InvalidDimensionsException when the product of the extents overflows.
   explicit Dimensions(const std::vector<size_t>& extents);
 

@@ -7,21 +7,39 @@
 #include "zorvandata/text.h"
 
 namespace foundation::zorvandata {
-TextColumn TextColumn::checked(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
+namespace {
+
+// All the differences of neighbours or-ed: negative when one of them is.
+int64_t orOfDifferences(const int64_t* at, size_t count) {
+  int64_t all = 0;
+  for (size_t i = 0; i < count; ++i) all |= at[i + 1] - at[i];
+  return all;
+}
+
+}  // namespace
+
+TextColumn TextColumn::ofUtf8(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
   TextColumn column{type, std::move(offsets), std::move(bytes), std::move(present)};
   const int64_t* at = column.offset();
   const size_t count = column.size();
-  // Or-ing the differences finds a negative one, and one beyond 32 bits, without a branch each.
-  int64_t differences = 0;
-  for (size_t i = 0; i < count; ++i) differences |= at[i + 1] - at[i];
-  if (at[0] < 0 || differences < 0 || differences > UINT32_MAX ||
+  const int64_t lengths = orOfDifferences(at, count);
+  if (at[0] < 0 || lengths < 0 || lengths > UINT32_MAX ||
       at[count] > static_cast<int64_t>(column.bytes.size())) {
     throw InvalidTextException();
   }
-  const std::string_view all = column.all();
-  if (isAscii(all)) return column;
+  return column;
+}
+
+TextColumn TextColumn::checked(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
+  TextColumn column = ofUtf8(type, std::move(offsets), std::move(bytes), std::move(present));
+  if (isAscii(column.all())) return column;
+  const size_t count = column.size();
   for (size_t i = 0; i < count; ++i) checkUtf8(column.text(i));
   return column;
+}
+
+size_t TextColumn::longest() const {
+  return static_cast<size_t>(orOfDifferences(offset(), size()));
 }
 
 Item TextColumn::operator[](size_t i) const {

@@ -47,6 +47,8 @@ struct TextColumn {
   // The column of these parts; throws InvalidTextException when the offsets do not ascend within
   // the bytes, or a text is no such UTF-8.
   static TextColumn checked(ArrayType type, Buffer offsets, Buffer bytes, Buffer present = {});
+  // Likewise for bytes that are known to be UTF-8.
+  static TextColumn ofUtf8(ArrayType type, Buffer offsets, Buffer bytes, Buffer present = {});
 
   size_t size() const { return offsets.size() / sizeof(int64_t) - 1; }
   Item operator[](size_t i) const;
@@ -61,6 +63,8 @@ struct TextColumn {
   }
   // All texts, end to end.
   std::string_view all() const;
+  // At least as many bytes as the longest text has, and less than twice as many.
+  size_t longest() const;
 };
 
 // Longer texts are not kept as repeated ones: a few bytes would stand for too many.

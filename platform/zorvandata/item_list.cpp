@@ -12,7 +12,6 @@
 namespace foundation::zorvandata {
 namespace {
 
-constexpr size_t kFirstChunk = 64;
 constexpr size_t kLargestChunk = 64 * 1024;
 // Longer char rows stay arrays: storing them as text would convert them twice.
 constexpr size_t kLongestStoredRow = 4096;
@@ -21,14 +20,14 @@ constexpr size_t kLongestText = UINT32_MAX;
 }  // namespace
 
 const char* Arena::store(const void* bytes, size_t size) {
-  if (chunks_.empty() || capacity_ - used_ < size) {
-    const size_t next = capacity_ ? std::min(2 * capacity_, kLargestChunk) : kFirstChunk;
-    const size_t capacity = std::max(next, size);
+  if (capacity_ - used_ < size) {
+    const size_t capacity = std::max(std::min(2 * capacity_, kLargestChunk), size);
     chunks_.emplace_back(new char[capacity]);
+    chunk_ = chunks_.back().get();
     capacity_ = capacity;
     used_ = 0;
   }
-  char* place = chunks_.back().get() + used_;
+  char* place = chunk_ + used_;
   if (size) std::memcpy(place, bytes, size);
   used_ += size;
   return place;

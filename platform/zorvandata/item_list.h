@@ -22,9 +22,13 @@ class Arena {
   const char* store(const void* bytes, size_t size);
 
  private:
-  std::vector<std::unique_ptr<char[]>> chunks_;
+  static constexpr size_t kFirstChunk = 64;
+
+  char first_[kFirstChunk];
+  std::vector<std::unique_ptr<char[]>> chunks_;  // the others
+  char* chunk_ = first_;
   size_t used_ = 0;
-  size_t capacity_ = 0;
+  size_t capacity_ = kFirstChunk;
 };
 
 // Owns items and what they point to, one by one or as a column (item_column.h), which is taken

@@ -38,42 +38,53 @@ PyObject* toSerialized(PyObject* module, PyObject* args, PyObject* kwargs) {
   return bytes ? bytes->release() : nullptr;
 }
 
-// A contiguous buffer parsed out of the arguments, held while this lives.
-class BufferArgument {
+// The bytes of the only argument, held while this lives: a bytes object itself, or the contiguous
+// buffer of another object.
+class BytesArgument {
  public:
-  explicit BufferArgument(PyObject* args) : held_(PyArg_ParseTuple(args, "y*", &view_) != 0) {}
-  ~BufferArgument() {
-    if (held_) PyBuffer_Release(&view_);
+  explicit BytesArgument(PyObject* args) {
+    if (PyTuple_Size(args) != 1) return;
+    PyObject* obj = PyTuple_GetItem(args, 0);
+    if (Py_TYPE(obj) == &PyBytes_Type) {
+      object_ = obj;
+      bytes_ = {PyBytes_AsString(obj), static_cast<size_t>(PyBytes_Size(obj))};
+    } else if (PyObject_GetBuffer(obj, &view_, PyBUF_SIMPLE) == 0) {
+      object_ = obj;
+      bytes_ = {static_cast<const char*>(view_.buf), static_cast<size_t>(view_.len)};
+    }
   }
-  BufferArgument(const BufferArgument&) = delete;
-  BufferArgument& operator=(const BufferArgument&) = delete;
+  ~BytesArgument() {
+    if (view_.obj) PyBuffer_Release(&view_);
+  }
+  BytesArgument(const BytesArgument&) = delete;
+  BytesArgument& operator=(const BytesArgument&) = delete;
 
-  explicit operator bool() const { return held_; }
-  std::string_view bytes() const {
-    return {static_cast<const char*>(view_.buf), static_cast<size_t>(view_.len)};
+  explicit operator bool() const { return object_ != nullptr; }
+  std::string_view bytes() const { return bytes_; }
+
+  // Something that keeps the bytes as they are beyond the call, where there is enough of them to
+  // be worth it; NULL for memory that may change.
+  std::shared_ptr<const void> owner() const {
+    constexpr size_t kWorthKeeping = 4096;
+    if (view_.obj || bytes_.size() < kWorthKeeping) return nullptr;
+    return std::make_shared<const PyObjectWithGuard>(PyObjectWithGuard::newReference(object_));
   }
 
  private:
+  PyObject* object_ = nullptr;
   Py_buffer view_ = {};
-  bool held_;
+  std::string_view bytes_;
 };
-
-// Something that holds a bytes object; NULL for objects of other types.
-std::shared_ptr<const void> ownerOfBytes(PyObject* obj) {
-  if (Py_TYPE(obj) != &PyBytes_Type) return nullptr;
-  return std::make_shared<const PyObjectWithGuard>(PyObjectWithGuard::newReference(obj));
-}
 
 PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Module is null");
   if (!args) return fail(PyExc_ValueError, "args is null");
   std::optional<foundation::zorvandata::Array> result;
   {
-    const BufferArgument data(args);
+    const BytesArgument data(args);
     if (!data) return fail(PyExc_ValueError, "args invalid");
     if (parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
-    // Bytes never change, and may be kept; of other buffers all is copied.
-    result = protobuf2mdata(data.bytes(), ownerOfBytes(PyTuple_GetItem(args, 0)));
+    result = protobuf2mdata(data.bytes(), data.owner());
   }
   return result ? createPyObject(*result) : nullptr;
 }

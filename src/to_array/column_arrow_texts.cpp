@@ -1,6 +1,7 @@
 #include "to_array/column_arrow_texts.h"
 
 #include <boost/numeric/conversion/cast.hpp>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
@@ -9,12 +10,18 @@
 #include "util/py_object_guard.h"
 #include "util/python_error.h"
 #include "zorvandata/array_impl.h"
+#include "zorvandata/item_column.h"
 #include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
+using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::Buffer;
 using foundation::zorvandata::ItemList;
+using foundation::zorvandata::makeColumn;
+using foundation::zorvandata::TextColumn;
+using foundation::zorvandata::TextColumnBuilder;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
@@ -35,6 +42,11 @@ class ArrowBuffer {
     return reinterpret_cast<const char*>(bytes_.impl().buffer().data());
   }
   size_t size() const { return bytes_.getNumberOfElements(); }
+  // The bytes from `offset` on, shared with Arrow.
+  Buffer part(size_t offset, size_t size) const {
+    const auto storage = bytes_.impl().buffer().toStorage();
+    return Buffer::lent(storage, storage->data() + offset, size);
+  }
 
  private:
   Array bytes_;
@@ -51,6 +63,12 @@ struct ArrowTexts {
   bool isGap(size_t i) const {
     const size_t bit = start + i;
     return validity.size() > 0 && ((validity.data()[bit / 8] >> (bit % 8)) & 1) == 0;
+  }
+  // Whether there are all those that it says there are; offsets have that many bytes.
+  bool isWhole(size_t offsetWidth) const {
+    const size_t end = start + count;
+    return offsets.size() / offsetWidth > end &&
+           (validity.size() == 0 || validity.size() > (end - 1) / 8);
   }
 };
 
@@ -119,27 +137,48 @@ std::optional<ArrowTexts> readPiece(PyObject* piece) {
   throw std::invalid_argument("the Arrow memory of a pandas.DataFrame column is broken");
 }
 
-// `Offset` is the type of the offsets.
+// Appends the texts, gaps as empty ones. `Offset` is the type of the offsets.
 template <class Offset>
-void appendPiece(const ArrowTexts& piece, ItemList& items) {
-  if (piece.count == 0) return;
-  const size_t end = piece.start + piece.count;
-  if (piece.offsets.size() / sizeof(Offset) <= end ||
-      (piece.validity.size() > 0 && piece.validity.size() <= (end - 1) / 8)) {
-    throwBroken();
-  }
-  const auto* offsets = reinterpret_cast<const Offset*>(piece.offsets.data()) + piece.start;
+void appendPiece(const ArrowTexts& piece, TextColumnBuilder& column) {
+  const auto offsetAt = [&piece](size_t i) {
+    Offset offset;
+    std::memcpy(&offset, piece.offsets.data() + (piece.start + i) * sizeof(Offset), sizeof(Offset));
+    return static_cast<size_t>(offset);
+  };
   const std::string_view texts(piece.texts.data(), piece.texts.size());
   const bool ascii = foundation::zorvandata::isAscii(texts);
-  size_t from = static_cast<size_t>(offsets[0]);
+  size_t from = offsetAt(0);
   for (size_t i = 0; i < piece.count; ++i) {
-    const auto to = static_cast<size_t>(offsets[i + 1]);
-    if (to < from || to > texts.size()) throwBroken();
+    const size_t to = offsetAt(i + 1);
+    if (to < from || to > texts.size() || to - from > UINT32_MAX) throwBroken();
     const std::string_view text = piece.isGap(i) ? "" : texts.substr(from, to - from);
     if (!ascii) foundation::zorvandata::checkUtf8(text);
-    items.appendString(text);
+    column.append(text);
     from = to;
   }
+}
+
+// Whether the memory of a piece can be shared as it is: its offsets are those of a TextColumn, and
+// nothing stands where there is a gap.
+bool canBeShared(const ArrowTexts& piece, size_t offsetWidth) {
+  const char* offsets = piece.offsets.data();
+  if (offsetWidth != sizeof(int64_t) || reinterpret_cast<uintptr_t>(offsets) % alignof(int64_t)) {
+    return false;
+  }
+  if (piece.validity.size() == 0) return true;
+  const auto* at = reinterpret_cast<const int64_t*>(offsets) + piece.start;
+  for (size_t i = 0; i < piece.count; ++i) {
+    if (piece.isGap(i) && at[i + 1] != at[i]) return false;
+  }
+  return true;
+}
+
+ItemList sharedTexts(const ArrowTexts& piece) {
+  constexpr size_t kWidth = sizeof(int64_t);
+  return makeColumn(
+      TextColumn::checked(ArrayType::ZORVAN_STRING,
+                          piece.offsets.part(piece.start * kWidth, (piece.count + 1) * kWidth),
+                          piece.texts.part(0, piece.texts.size())));
 }
 
 }  // namespace
@@ -149,8 +188,7 @@ std::optional<ItemList> readArrowTexts(PyObject* series) {
   const PyObjectWithGuard pieces = piecesOf(series);
   const Py_ssize_t rows = pieces ? PyObject_Size(series) : -1;
   if (rows < 0) return std::nullopt;
-  ItemList items;
-  items.reserve(boost::numeric_cast<size_t>(rows));
+  TextColumnBuilder column(ArrayType::ZORVAN_STRING, boost::numeric_cast<size_t>(rows));
   const Py_ssize_t count = PyList_Size(pieces.get());
   for (Py_ssize_t i = 0; i < count; ++i) {
     const auto piece = PyObjectWithGuard::newReference(PyList_GetItem(pieces.get(), i));
@@ -158,13 +196,18 @@ std::optional<ItemList> readArrowTexts(PyObject* series) {
     if (width == 0) return std::nullopt;
     const std::optional<ArrowTexts> texts = readPiece(piece.get());
     if (!texts) return std::nullopt;
+    if (texts->count == 0) continue;
+    if (!texts->isWhole(width)) throwBroken();
+    if (texts->count == static_cast<size_t>(rows) && canBeShared(*texts, width)) {
+      return sharedTexts(*texts);
+    }
     if (width == sizeof(int32_t)) {
-      appendPiece<int32_t>(*texts, items);
+      appendPiece<int32_t>(*texts, column);
     } else {
-      appendPiece<int64_t>(*texts, items);
+      appendPiece<int64_t>(*texts, column);
     }
   }
-  return items;
+  return makeColumn(column.finish());
 }
 
 }  // namespace PythonZorvanDataArray::detail

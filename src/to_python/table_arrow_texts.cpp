@@ -2,17 +2,21 @@
 
 #include <cstring>
 
-#include "to_python/convert_zda_to_nd_py_array.h"
 #include "to_python/imported_attribute.h"
 #include "util/py_object_guard.h"
-#include "zorvandata/array_impl.h"
+#include "zorvandata/item_column.h"
+#include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Buffer;
-using foundation::zorvandata::Dimensions;
-using foundation::zorvandata::makeDense;
+using foundation::zorvandata::Item;
+using foundation::zorvandata::ItemColumn;
+using foundation::zorvandata::ItemList;
+using foundation::zorvandata::Storage;
+using foundation::zorvandata::TextColumn;
+using foundation::zorvandata::TextColumnBuilder;
 using PythonUtil::PyObjectGuardGetter;
 using PythonUtil::PyObjectWithGuard;
 
@@ -21,38 +25,25 @@ namespace {
 // For fewer it takes longer to find out how pandas keeps them.
 constexpr size_t kFew = 1000;
 
-// The parts of an Arrow array of large strings.
-struct TextBuffers {
-  Buffer offsets;   // of each text in `bytes`, and of the end
-  Buffer bytes;     // the texts end to end
-  Buffer validity;  // a bit for each text, the least significant ones first
+TextColumn gatherTexts(size_t count, const TextAt& textAt) {
+  TextColumnBuilder builder(ArrayType::ZORVAN_STRING, count);
+  Buffer present = Buffer::zeros((count + 7) / 8);
+  std::byte* bits = present.mutableData();
   bool anyMissing = false;
-};
-
-TextBuffers gatherTexts(size_t count, const TextAt& textAt) {
-  TextBuffers buffers;
-  buffers.offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
-  buffers.validity = Buffer::zeros((count + 7) / 8);
-  auto* offsets = reinterpret_cast<int64_t*>(buffers.offsets.mutableData());
-  std::byte* validity = buffers.validity.mutableData();
-  offsets[0] = 0;
   for (size_t i = 0; i < count; ++i) {
     const auto text = textAt(i);
-    offsets[i + 1] = offsets[i] + static_cast<int64_t>(text ? text->size() : 0);
-    if (text) validity[i / 8] |= std::byte{1} << (i % 8);
-    buffers.anyMissing |= !text;
+    builder.append(text.value_or(""));
+    if (text) bits[i / 8] |= std::byte{1} << (i % 8);
+    anyMissing |= !text;
   }
-  buffers.bytes = Buffer::uninitialized(static_cast<size_t>(offsets[count]));
-  std::byte* bytes = buffers.bytes.mutableData();
-  for (size_t i = 0; i < count; ++i) {
-    const auto text = textAt(i);
-    if (text && !text->empty()) std::memcpy(bytes + offsets[i], text->data(), text->size());
-  }
-  return buffers;
+  TextColumn column = builder.finish();
+  if (anyMissing) column.present = std::move(present);
+  return column;
 }
 
 // Surrogates, and nothing else in stored text, have ED and a byte from A0 on.
-bool hasSurrogates(const Buffer& bytes) {
+bool hasSurrogates(std::string_view bytes) {
+  if (foundation::zorvandata::isAscii(bytes)) return false;
   const auto* next = reinterpret_cast<const unsigned char*>(bytes.data());
   const unsigned char* end = next + bytes.size();
   while (next < end) {
@@ -65,32 +56,46 @@ bool hasSurrogates(const Buffer& bytes) {
   return false;
 }
 
-// A pyarrow.Buffer on the memory.
-PyObjectWithGuard arrowBuffer(ArrayType type, Buffer buffer) {
-  static ImportedAttribute makeBuffer("pyarrow", "py_buffer");
-  if (!makeBuffer.get()) return {};
-  const size_t count = buffer.size() / elementSize(type);
-  const auto memory = PyObjectWithGuard::owned(
-      toNdPyArray(makeDense(type, Dimensions(count, 1), std::move(buffer))));
-  if (!memory) return {};
-  return PyObjectWithGuard::owned(
-      PyObject_CallFunctionObjArgs(makeBuffer.get(), memory.get(), nullptr));
+constexpr char kCapsule[] = "zorvan.storage";
+
+void releaseStorage(PyObject* capsule) {
+  delete static_cast<std::shared_ptr<Storage>*>(PyCapsule_GetPointer(capsule, kCapsule));
 }
 
-PyObjectWithGuard arrowArray(size_t count, TextBuffers buffers) {
+// Python's share of the memory.
+PyObjectWithGuard holderOf(const Buffer& buffer) {
+  auto share = std::make_unique<std::shared_ptr<Storage>>(buffer.toStorage());
+  auto capsule = PyObjectWithGuard::owned(PyCapsule_New(share.get(), kCapsule, releaseStorage));
+  if (capsule) static_cast<void>(share.release());
+  return capsule;
+}
+
+// A pyarrow.Buffer on the memory, which nobody may write to any more.
+PyObjectWithGuard arrowBuffer(const Buffer& buffer) {
+  static ImportedAttribute makeBuffer("pyarrow", "foreign_buffer");
+  if (!makeBuffer.get()) return {};
+  const PyObjectWithGuard holder = holderOf(buffer);
+  if (!holder) return {};
+  const auto* storage =
+      static_cast<std::shared_ptr<Storage>*>(PyCapsule_GetPointer(holder.get(), kCapsule));
+  return PyObjectWithGuard::owned(PyObject_CallFunction(
+      makeBuffer.get(), "nnO", reinterpret_cast<Py_ssize_t>((*storage)->data()),
+      static_cast<Py_ssize_t>(buffer.size()), holder.get()));
+}
+
+PyObjectWithGuard arrowArray(const TextColumn& column) {
   static ImportedAttribute arrayClass("pyarrow", "LargeStringArray");
   if (!arrayClass.get()) return {};
-  const auto offsets = arrowBuffer(ArrayType::INT64, std::move(buffers.offsets));
+  const auto offsets = arrowBuffer(column.offsets);
   if (!offsets) return {};
-  const auto bytes = arrowBuffer(ArrayType::UINT8, std::move(buffers.bytes));
+  const auto bytes = arrowBuffer(column.bytes);
   if (!bytes) return {};
-  const auto validity = buffers.anyMissing
-                            ? arrowBuffer(ArrayType::UINT8, std::move(buffers.validity))
-                            : PyObjectWithGuard::newReference(Py_None);
-  if (!validity) return {};
+  const auto present = column.present.size() > 0 ? arrowBuffer(column.present)
+                                                 : PyObjectWithGuard::newReference(Py_None);
+  if (!present) return {};
   return PyObjectWithGuard::owned(PyObject_CallMethod(arrayClass.get(), "from_buffers", "nOOO",
-                                                      static_cast<Py_ssize_t>(count), offsets.get(),
-                                                      bytes.get(), validity.get()));
+                                                      static_cast<Py_ssize_t>(column.size()),
+                                                      offsets.get(), bytes.get(), present.get()));
 }
 
 // The dtype that pandas gives to texts if it has them in Arrow arrays; options decide on that, so
@@ -110,18 +115,36 @@ PyObjectWithGuard arrowTextType() {
   return isArrow ? std::move(dtype) : PyObjectWithGuard();
 }
 
+std::optional<PyObject*> makeTexts(const TextColumn& column, const PyObjectWithGuard& dtype) {
+  static ImportedAttribute makeArray("pandas", "array");
+  if (hasSurrogates(column.all())) return std::nullopt;
+  const PyObjectWithGuard texts = arrowArray(column);
+  if (!texts || !makeArray.get()) return nullptr;
+  return PyObject_CallFunctionObjArgs(makeArray.get(), texts.get(), dtype.get(), nullptr);
+}
+
 }  // namespace
 
 std::optional<PyObject*> makeArrowTexts(size_t count, const TextAt& textAt) {
-  static ImportedAttribute makeArray("pandas", "array");
   if (count < kFew) return std::nullopt;
   const PyObjectWithGuard dtype = arrowTextType();
   if (!dtype) return std::nullopt;
-  TextBuffers buffers = gatherTexts(count, textAt);
-  if (hasSurrogates(buffers.bytes)) return std::nullopt;
-  const PyObjectWithGuard texts = arrowArray(count, std::move(buffers));
-  if (!texts || !makeArray.get()) return nullptr;
-  return PyObject_CallFunctionObjArgs(makeArray.get(), texts.get(), dtype.get(), nullptr);
+  return makeTexts(gatherTexts(count, textAt), dtype);
+}
+
+std::optional<PyObject*> makeArrowTexts(const ItemList& strings) {
+  const ItemColumn* column = strings.column();
+  const auto* texts = column ? column->as<TextColumn>() : nullptr;
+  if (!texts) {
+    return makeArrowTexts(strings.size(), [&strings](size_t i) {
+      const Item text = strings[i];
+      return text.form() == Item::Form::kMissing ? std::nullopt : std::optional(text.utf8());
+    });
+  }
+  if (strings.size() < kFew) return std::nullopt;
+  const PyObjectWithGuard dtype = arrowTextType();
+  if (!dtype) return std::nullopt;
+  return makeTexts(*texts, dtype);
 }
 
 }  // namespace PythonZorvanDataArray::detail

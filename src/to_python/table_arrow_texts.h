@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "util/python_api.h"
+#include "zorvandata/item_list.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -18,5 +19,7 @@ using TextAt = std::function<std::optional<std::string_view>(size_t)>;
 // of str is the way: for few texts, where pandas keeps them otherwise, and for texts with lone
 // surrogates, which cannot be had at all.
 std::optional<PyObject*> makeArrowTexts(size_t count, const TextAt& textAt);
+// Likewise of the elements of a string array; shares the memory of a column.
+std::optional<PyObject*> makeArrowTexts(const foundation::zorvandata::ItemList& strings);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "to_python/column_to_py_list.h"
 #include "to_python/convert_zda_to_nd_py_array.h"
 #include "to_python/converter_factory.h"
 #include "to_python/imported_attribute.h"
@@ -111,14 +112,9 @@ PyObject* makeCharColumn(const Array& values) {
 }
 
 PyObject* makeStringColumn(const Array& values) {
-  static const ZVStringToPyStr toText;
   const ItemList& items = values.impl().items();
-  const auto arrow = makeArrowTexts(items.size(), [&items](size_t i) {
-    const bool isMissing = items[i].form() == Item::Form::kMissing;
-    return isMissing ? std::nullopt : std::optional(items[i].utf8());
-  });
-  if (arrow) return *arrow;
-  return makeList(items.size(), [&items](size_t i) { return toText.convertItem(items, i); });
+  if (const auto arrow = makeArrowTexts(items)) return *arrow;
+  return itemsToList(items, Empties::kAsTheyAre);
 }
 
 PyObject* makeObjectColumn(PyObject* list) {
