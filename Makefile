@@ -30,7 +30,7 @@ lint: $(SETUP)/lint-tools $(SETUP)/wheel
 	@scripts/set_up_environments 1
 	@scripts/check_layers
 	@clang-format --dry-run -Werror $(CXX_FILES)
-	@$(FIRST_PYTHON) -m mypy python
+	@$(FIRST_PYTHON) -m mypy python bench
 	@run-clang-tidy -quiet -p $(BUILD) '$(CURDIR)/(platform|src|tools|tests)/'
 
 clean:

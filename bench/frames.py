@@ -9,6 +9,7 @@ import pandas
 
 
 def random() -> numpy.random.Generator:
+    """The same values in every run and every process."""
     return numpy.random.default_rng(20)
 
 

@@ -1,4 +1,4 @@
-"""Measures py_pb beside its peers and prints the table of ratios.
+"""Measures py_pb beside its peers and judges the ratios.
 
 Exits with 1 when a workload breaks: an exception, or a round trip that does not give back what was
 sent. Being slow is never a failure.
@@ -11,90 +11,166 @@ import csv
 import sys
 from collections.abc import Callable, Iterable
 from functools import partial
+from itertools import chain
 from pathlib import Path
 
+import growth
 import harness
-import zoned
 from harness import Row
-from workloads import MILLION, WORKLOADS
+from workloads import HUGE_PAGES_ON_REQUEST, WORKLOADS
 
-COLUMNS = "{:<14}{:<8}{:<12}{:>10}{:>10}{:>8}{:>10}{:>8}"
-HEADINGS = ("workload", "way", "peer", "py_pb", "peer", "ratio", "peak MB", "copies")
+COLUMNS = "{:<20}{:<7}{:<13}{:>9}{:>9}{:>7}{:>7}{:>9}{:>9}{:>9}{:>9}  {}"
+HEADINGS = (
+    *("workload", "way", "peer", "py_pb", "peer", "ratio", "limit"),
+    *("message", "limit", "peak", "limit", "falls short of"),
+)
+CSV_FILE = Path(__file__).resolve().parents[1] / "build" / "bench" / "rows.csv"
+CSV_COLUMNS = (
+    *("workload", "direction", "peer", "our_time", "peer_time", "ratio", "limit"),
+    *("encoded", "encoded_limit", "peak", "peak_limit", "short_of"),
+)
+PEERS = "Beside peers; a ratio below 1: py_pb is faster"
+GROWTH = "Beside a tenth of the size; a ratio of 10: the time grows as the size does"
+SMALL = "The sizes are small, to see that all works; the limits are meant for the full ones."
+CSV_HELP = "where to write the rows; default build/bench/rows.csv for a run of everything in full"
+PLOT_HELP = "where to draw the ratios (.png, .svg); default beside the CSV of a run in full"
+LARGE_ARRAYS = {
+    True: "Large arrays are judged as those that can have huge pages on request.",
+    False: "Large arrays are judged over one fresh copy: there are no huge pages on request.",
+}
+Job = Callable[[], Iterable[Row]]
 
 
 def time_text(seconds: float) -> str:
-    for unit, scale in (("s", 1), ("ms", 1e3), ("us", 1e6)):
-        if seconds * scale >= 1:
-            return f"{seconds * scale:.3g} {unit}"
-    return f"{seconds * 1e9:.3g} ns"
+    return scaled(seconds, {"s": 1, "ms": 1e-3, "us": 1e-6, "ns": 1e-9})
+
+
+def bytes_text(count: float | None) -> str:
+    return "" if count is None else scaled(count, {"MB": 1e6, "kB": 1e3, "B": 1})
+
+
+def scaled(value: float, units: dict[str, float]) -> str:
+    """In the largest of the units that gives one or more."""
+    unit = next((unit for unit in units if value >= units[unit]), list(units)[-1])
+    return f"{value / units[unit]:.{3 if value < 999.5 * units[unit] else 4}g} {unit}"
 
 
 def line(row: Row) -> str:
-    peak = "" if row.peak_bytes is None else f"{row.peak_bytes / 1e6:.1f}"
-    copies = "" if row.copies is None else f"{row.copies:.2f}"
-    times = time_text(row.our_time), time_text(row.peer_time)
-    return COLUMNS.format(
-        row.workload, row.direction, row.peer, *times, f"{row.ratio:.2f}", peak, copies
-    )
+    times = time_text(row.our_time), time_text(row.peer_time), f"{row.ratio:.2f}"
+    limit = "" if row.limit is None else f"{row.limit:g}"
+    space = map(bytes_text, vars(row.space).values())
+    short_of = ", ".join(row.short_of)
+    cells = row.workload, row.direction, row.peer, *times, limit, *space, short_of
+    return COLUMNS.format(*cells).rstrip()
+
+
+def summary(rows: list[Row]) -> str:
+    judged = [row for row in rows if row.judged]
+    short = [row for row in judged if row.short_of]
+    lines = [
+        f"  {row.workload} {row.direction}, {row.peer}: {', '.join(row.short_of)}" for row in short
+    ]
+    return "\n".join([f"{len(short)} of {len(judged)} judged rows fall short", *lines])
 
 
 def write_csv(path: Path, rows: Iterable[Row]) -> None:
-    path.parent.mkdir(parents=True, exist_ok=True)
     with path.open("w", newline="") as file:
-        writer = csv.writer(file)
-        writer.writerow((*Row.__dataclass_fields__, "ratio"))
-        writer.writerows((*vars(row).values(), row.ratio) for row in rows)
+        writer = csv.DictWriter(file, CSV_COLUMNS, extrasaction="ignore")
+        writer.writeheader()
+        for row in rows:
+            short_of = " ".join(row.short_of)
+            own = {"ratio": row.ratio, "short_of": short_of}
+            writer.writerow(vars(row) | vars(row.space) | own)
 
 
-def all_jobs(quick: bool, repetitions: int) -> dict[str, Callable[[], Iterable[Row]]]:
+def beside_peers(quick: bool, repetitions: int) -> dict[str, Job]:
     """By name, what gives the rows of each workload."""
-    jobs: dict[str, Callable[[], Iterable[Row]]] = {}
+    jobs: dict[str, Job] = {}
     for workload in WORKLOADS:
         size = workload.quick_size if quick else workload.size
         jobs[workload.name] = partial(harness.measure, workload, size, repetitions)
-    jobs["zoned-dates"] = partial(zoned.measure, 1000 if quick else MILLION, repetitions)
     jobs["start-up"] = partial(harness.measure_start_up, repetitions)
     return jobs
 
 
-def parse_arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--quick", action="store_true", help="small sizes, to see that all works")
-    parser.add_argument("--only", nargs="+", metavar="PATTERN", help="parts of workloads' names")
-    parser.add_argument("--repetitions", type=int, metavar="N", help="default 9, when quick 3")
-    parser.add_argument("--csv", type=Path, metavar="FILE", help="write the rows there as well")
-    arguments = parser.parse_args()
-    if arguments.repetitions is None:
-        arguments.repetitions = 3 if arguments.quick else 9
-    if arguments.repetitions < 1:
-        parser.error("at least one repetition is needed")
-    return arguments
+def beside_a_tenth(quick: bool, repetitions: int) -> dict[str, Job]:
+    return {
+        f"growth-{name}": partial(growth.measure, name, quick, repetitions)
+        for name in growth.LARGEST
+    }
 
 
-def main() -> int:
-    arguments = parse_arguments()
-    jobs = all_jobs(arguments.quick, arguments.repetitions)
-    if arguments.only:
-        jobs = {name: jobs[name] for name in jobs if any(part in name for part in arguments.only)}
-    if not jobs:
-        print(f"No workload has any of {arguments.only} in its name", file=sys.stderr)
-        return 2
-
-    print(harness.conditions())
-    print(f"Medians of {arguments.repetitions}; a ratio below 1: py_pb is faster")
-    print(COLUMNS.format(*HEADINGS), flush=True)
+def run(title: str, jobs: dict[str, Job], broken: list[str]) -> list[Row]:
+    """Prints the rows of a section and returns them; adds the workloads that do not work."""
+    print(f"\n{title}\n{COLUMNS.format(*HEADINGS)}", flush=True)
     rows: list[Row] = []
-    broken = 0
     for name, job in jobs.items():
         try:
             for row in job():
                 rows.append(row)
                 print(line(row), flush=True)
         except Exception as error:
-            broken += 1
+            broken.append(name)
             print(f"{name} is broken: {type(error).__name__}: {error}", file=sys.stderr)
+    return rows
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0] if __doc__ else None)
+    parser.add_argument("--quick", action="store_true", help="small sizes, to see that all works")
+    parser.add_argument("--only", nargs="+", metavar="PATTERN", help="parts of workloads' names")
+    parser.add_argument("--repetitions", type=int, metavar="N", help="default 9, when quick 1")
+    parser.add_argument("--csv", type=Path, metavar="FILE", help=CSV_HELP)
+    parser.add_argument("--plot", type=Path, metavar="FILE", help=PLOT_HELP)
+    arguments = parser.parse_args()
+    if arguments.repetitions is None:
+        arguments.repetitions = 1 if arguments.quick else 9
+    if arguments.repetitions < 1:
+        parser.error("at least one repetition is needed")
+    if arguments.csv is None and not (arguments.quick or arguments.only):
+        arguments.csv = CSV_FILE
+    if arguments.plot is None and arguments.csv and not arguments.quick:
+        arguments.plot = arguments.csv.with_suffix(".png")
+    return arguments
+
+
+def chosen(jobs: dict[str, Job], patterns: list[str] | None) -> dict[str, Job]:
+    return {name: jobs[name] for name in jobs if any(part in name for part in patterns or [""])}
+
+
+def save(arguments: argparse.Namespace, sections: dict[str, list[Row]]) -> None:
+    written = [path for path in (arguments.csv, arguments.plot) if path]
+    for path in written:
+        path.parent.mkdir(parents=True, exist_ok=True)
     if arguments.csv:
-        write_csv(arguments.csv, rows)
+        write_csv(arguments.csv, chain(*sections.values()))
+    if arguments.plot:
+        import plot  # matplotlib takes its time to load
+
+        plot.save(arguments.plot, sections)
+    if written:
+        print("Written:", *written)
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    size = arguments.quick, arguments.repetitions
+    jobs = {
+        PEERS: chosen(beside_peers(*size), arguments.only),
+        GROWTH: chosen(beside_a_tenth(*size), arguments.only),
+    }
+    if not any(jobs.values()):
+        print(f"No workload has any of {arguments.only} in its name", file=sys.stderr)
+        return 2
+
+    print(harness.conditions())
+    print(f"Medians of {arguments.repetitions}. {LARGE_ARRAYS[HUGE_PAGES_ON_REQUEST]}")
+    if arguments.quick:
+        print(SMALL)
+    broken: list[str] = []
+    sections = {title: run(title, jobs[title], broken) for title in jobs if jobs[title]}
+    print(f"\n{summary(list(chain(*sections.values())))}")
+    save(arguments, sections)
     return 1 if broken else 0
 
 

@@ -2,6 +2,7 @@
 
 import csv
 import os
+import pickle
 import re
 import subprocess
 import sys
@@ -10,6 +11,8 @@ from pathlib import Path
 import pytest
 
 RUN = Path(__file__).resolve().parents[2] / "bench" / "run.py"
+WAYS = ("out", "back")
+ALL = ["time", "bytes", "peak"]
 FAKE_CODEC = """
 import pickle
 def py_to_serialized_str(args):
@@ -31,28 +34,105 @@ def run_bench(*arguments, modules=None):
     )
 
 
+@pytest.fixture(scope="module")
+def quick_run(tmp_path_factory):
+    """What a run of all workloads printed, and its rows. It cannot load the plot library."""
+    directory = tmp_path_factory.mktemp("bench")
+    (directory / "matplotlib.py").write_text("raise ImportError('not needed')")
+    done = run_bench("--csv", str(directory / "rows.csv"), modules=directory)
+    assert (done.returncode, done.stderr) == (0, "")
+    with (directory / "rows.csv").open() as file:
+        return done.stdout, list(csv.DictReader(file))
+
+
+def test_rows_are_judged_printed_and_summed_up(quick_run):
+    printed, rows = quick_run
+    for row in rows:
+        ratio = float(row["ratio"])
+        assert ratio == pytest.approx(float(row["our_time"]) / float(row["peer_time"]))
+        assert ("time" in row["short_of"]) == (row["limit"] != "" and ratio > float(row["limit"]))
+        names = row["workload"], row["direction"], row["peer"]
+        marks = ", ".join(row["short_of"].split())
+        line = f"^{' +'.join(map(re.escape, names))} .* {ratio:.2f}\\b.*{marks}$"
+        assert re.search(line, printed, re.MULTILINE)
+        assert ("\n  {} {}, {}: {}\n".format(*names, marks) in printed + "\n") == bool(marks)
+    assert f"\n{sum(row['short_of'] != '' for row in rows)} of " in printed
+
+
 @pytest.mark.parametrize(
     ("workload", "expected"),
     [
-        ("array-c", {("out", "F copy"), ("out", "pickle"), ("back", "F copy"), ("back", "pickle")}),
-        ("small", {("out", "pickle"), ("out", "msgpack"), ("back", "pickle"), ("back", "msgpack")}),
-        ("start-up", {("import", "interpreter")}),
+        ("array-c", {(way, peer) for way in WAYS for peer in ("F bytes", "F copy", "pickle")}),
+        ("small-call", {(way, peer) for way in WAYS for peer in ("pickle", "msgpack")}),
+        ("zoned-dates", {("back", "pickle"), ("back", "pandas")}),
+        ("start-up", {("import", "allowance")}),
+        ("growth-ints", {(way, step) for way in WAYS for step in ("10^1 to 10^2", "10^2 to 10^3")}),
     ],
 )
-def test_a_row_for_each_way_and_peer(tmp_path, workload, expected):
-    done = run_bench("--only", workload, "--csv", str(tmp_path / "rows.csv"))
-    assert (done.returncode, done.stderr) == (0, "")
-
-    with (tmp_path / "rows.csv").open() as file:
-        rows = list(csv.DictReader(file))
+def test_a_row_for_each_way_and_peer(quick_run, workload, expected):
+    rows = [row for row in quick_run[1] if row["workload"] == workload]
     assert {(row["direction"], row["peer"]) for row in rows} == expected
-    for row in rows:
-        ours, theirs = float(row["our_time"]), float(row["peer_time"])
-        assert ours > 0 and float(row["ratio"]) == pytest.approx(ours / theirs)
-        assert (row["copies"] != "") == (workload == "array-c")
-        words = row["workload"], row["direction"], row["peer"], f".* {float(row['ratio']):.2f}\\b"
-        printed = "^" + " +".join(words)
-        assert re.search(printed, done.stdout, re.MULTILINE)
+
+
+def test_bytes_are_judged_by_the_payload_or_by_pickle(quick_run):
+    limits = {
+        row["workload"]: (row["encoded_limit"], row["peak_limit"])
+        for row in quick_run[1]
+        if row["encoded"]
+    }
+    assert list(map(float, limits["array-c"])) == [60 * 60 * 8 + 1024, 60 * 60 * 8 / 10]
+    pickled = pickle.dumps(([0.5] * 1000,), 5)
+    assert limits["floats"] == (str(1.6 * len(pickled)), "")
+    assert limits["frame-floats"] == ("", str(1000 * 10 * 8 / 10))
+
+
+@pytest.fixture
+def harness(monkeypatch):
+    monkeypatch.syspath_prepend(RUN.parent)
+    import harness
+
+    return harness
+
+
+@pytest.mark.parametrize(
+    ("time", "limit", "space", "short_of"),
+    [
+        (1.5, 1.5, {}, []),
+        (1.6, 1.5, {}, ["time"]),
+        (99, None, {"encoded": 9, "peak": 10**9}, []),
+        (1, 1.5, {"encoded": 10, "encoded_limit": 9.9}, ["bytes"]),
+        (1, None, {"peak": 10**7, "peak_limit": 10**7 - 1}, ["peak"]),
+        (1, None, {"peak": 10**6 - 1, "peak_limit": 0}, []),
+        (2, 1, {"encoded": 2, "encoded_limit": 1, "peak": 10**6, "peak_limit": 1}, ALL),
+    ],
+)
+def test_what_a_row_falls_short_of(harness, time, limit, space, short_of):
+    row = harness.Row("name", "out", "peer", time, 1.0, limit, harness.Space(**space))
+    assert row.short_of == short_of
+
+
+def test_the_fastest_of_several_peers_is_what_counts(harness, monkeypatch):
+    times = {"py_pb": 3.0, "pickle": 2.0, "msgpack": 1.5}
+    monkeypatch.setattr(harness, "interleaved_medians", lambda *_: times)
+    monkeypatch.setattr(harness.memory, "peak_in_child", lambda *_: None)
+    from workloads import Limit, Workload
+
+    limits = Limit(("pickle", "msgpack"), 1.9, 2.0), Limit(("pickle",))
+    rows = list(harness.measure(Workload("name", lambda _: [1], 1, 1, limits), 1, 1))
+    assert [(row.direction, row.peer, row.ratio, row.short_of) for row in rows] == [
+        ("out", "msgpack", 2.0, ["time"]),
+        ("out", "pickle", 1.5, []),
+        ("back", "msgpack", 2.0, []),
+        ("back", "pickle", 1.5, []),
+    ]
+
+
+def test_the_plot_has_a_line_for_each_workload_and_peer(tmp_path):
+    done = run_bench("--only", "start-up", "growth-ints", "--plot", str(tmp_path / "new" / "p.svg"))
+    assert (done.returncode, done.stderr) == (0, "")
+    drawn = (tmp_path / "new" / "p.svg").read_text()
+    for label in ("start-up  /  allowance", "growth-ints  /  10^1 to 10^2"):
+        assert drawn.count(f"<!-- {label} -->") == 1
 
 
 @pytest.mark.parametrize(
