@@ -176,7 +176,7 @@ class Decoder {
   }
 
   // Appends an array to a list; no array is made of a value that lies inline there.
-  void appendTo(ItemList& list, const ArrayBytes& message, int depth) {
+  void appendTo(ItemList& list, const ArrayBytes& message, int depth, bool ofObject = false) {
     ArrayFields fields;
     readFields(message, depth, fields);
     const ArrayType type = checkedType(fields.type);
@@ -185,6 +185,10 @@ class Decoder {
     if (isInline(type, dims) && size == dims.elements() * elementSize(type)) {
       type == ArrayType::CHAR ? appendRow(list, fields.elements)
                               : appendScalar(list, type, fields.elements.data());
+    } else if (ofObject && (type == ArrayType::DOUBLE || type == ArrayType::COMPLEX_DOUBLE)) {
+      // The times of dates and durations, which are read once and made into something else.
+      checkPayload(type, dims, fields.elements);
+      list.append(makeDense(type, dims, kept(fields.elements)));
     } else {
       list.append(assemble(type, dims, fields));
     }
@@ -198,7 +202,8 @@ class Decoder {
     while (reader.next()) {
       if (reader.number() == kChildren && reader.isMessage()) {
         if (fields.children.size() == 0) fields.children = ItemList(arena());
-        appendTo(fields.children, {reader.bytes(), reader.cut()}, depth + 1);
+        appendTo(fields.children, {reader.bytes(), reader.cut()}, depth + 1,
+                 fields.type == codeOf(ArrayType::VALUE_OBJECT));
       } else {
         readField(reader, fields);
       }
@@ -249,12 +254,16 @@ class Decoder {
     return cursor.atEnd() ? Dimensions(first, second) : Dimensions(readVarints(extents));
   }
 
-  static Buffer denseBuffer(ArrayType type, const Dimensions& dims, std::string_view elements) {
+  static void checkPayload(ArrayType type, const Dimensions& dims, std::string_view elements) {
     size_t bytes = 0;
     if (__builtin_mul_overflow(dims.elements(), elementSize(type), &bytes) ||
         bytes != elements.size()) {
       throw InvalidDimensionsException("they do not match the payload");
     }
+  }
+
+  static Buffer denseBuffer(ArrayType type, const Dimensions& dims, std::string_view elements) {
+    checkPayload(type, dims, elements);
     checkLogicals(type, elements);
     return Buffer::copyOf(elements.data(), elements.size());
   }

@@ -22,8 +22,9 @@ struct ArrayBytes {
 // data-array library.
 zorvandata::Array decodeArray(const ArrayBytes& array);
 
-// All of them, in order. While `owner` is held the bytes stay as they are: long columns then refer
-// to them and hold it. Without an owner all that is kept is copied.
+// All of them, in order. While `owner` is held the bytes stay as they are: long columns, and the
+// DOUBLE and COMPLEX_DOUBLE properties of value objects, then refer to them, at any address, and
+// hold it. Without an owner all that is kept is copied.
 zorvandata::ItemList decodeEach(const std::vector<ArrayBytes>& arrays,
                                 std::shared_ptr<const void> owner);
 

@@ -54,8 +54,9 @@ EnvelopeOutline readOutline(std::string_view bytes);
 // that overflow or do not match the payload, unknown type codes, indices out of range, malformed
 // fields, nesting beyond kMaxNesting. Memory stays within a small multiple of the bytes.
 //
-// If the bytes stay as they are while `owner` is held, long columns of values inside cells refer to
-// them and hold it; otherwise, and all else, is copied.
+// If the bytes stay as they are while `owner` is held, long columns of values inside cells and the
+// DOUBLE and COMPLEX_DOUBLE properties of value objects refer to them, at any address, and hold it;
+// otherwise, and all else, is copied.
 zorvandata::Array decodeArrays(const EnvelopeOutline& outline,
                                std::shared_ptr<const void> owner = nullptr);
 

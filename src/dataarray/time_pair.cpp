@@ -90,25 +90,97 @@ void eachCalendar(const int64_t* ticks, size_t count, int64_t most, int64_t mont
   }
 }
 
+// What follows does its arithmetic on kBlock counts without any branch, as vector instructions need
+// it. The functions return false, with worthless results, when a count is too large for that.
 constexpr size_t kBlock = 256;
 
-// Divides kBlock counts that are small enough to become doubles by a trick on their bits, which the
-// compiler turns into vector instructions. False, with worthless quotients, when one is not.
-bool divideSmallBlock(const int64_t* __restrict counts, double divisor,
-                      double* __restrict quotients) {
+double doubleOf(uint64_t bits) {
+  double number = 0;
+  std::memcpy(&number, &bits, sizeof number);
+  return number;
+}
+
+uint64_t bitsOf(double number) {
+  uint64_t bits = 0;
+  std::memcpy(&bits, &number, sizeof bits);
+  return bits;
+}
+
+// The doubles 2**52 and 2**84, whose last bits have room for a whole number of less than 2**52 and
+// for such a multiple of 2**32.
+constexpr uint64_t kUnitsBits = 0x4330'0000'0000'0000;
+constexpr double kUnits = 0x1p52;
+constexpr uint64_t kUpperBits = 0x4530'0000'0000'0000;
+constexpr double kUpper = 0x1p84;
+
+ZORVAN_VECTOR_WIDTHS bool divideBlock(const int64_t* __restrict counts, double divisor,
+                                      std::byte* quotients) {
+  auto* __restrict out = reinterpret_cast<LooseDouble*>(quotients);
   constexpr uint64_t kBias = uint64_t{1} << 51;
-  constexpr uint64_t kTwoTo52AsDouble = 0x4330'0000'0000'0000;
-  constexpr double kTwoTo52 = 4503599627370496.0;
   uint64_t seen = 0;
   for (size_t i = 0; i < kBlock; ++i) {
     const uint64_t biased = static_cast<uint64_t>(counts[i]) + kBias;
     seen |= biased;
-    const uint64_t bits = biased | kTwoTo52AsDouble;
-    double number;
-    std::memcpy(&number, &bits, sizeof number);
-    quotients[i] = (number - (kTwoTo52 + static_cast<double>(kBias))) / divisor;
+    const double number = doubleOf(biased | kUnitsBits) - (kUnits + static_cast<double>(kBias));
+    out[i] = number / divisor;
   }
   return seen < 2 * kBias;
+}
+
+// The nearest whole number; of a number of less than 2**51.
+inline double nearestWhole(double number) {
+  constexpr double kShift = 0x1.8p52;
+  return (number + kShift) - kShift;
+}
+
+// The same pairs as from pairOfQuotient, bit by bit.
+template <int64_t divisor>
+__attribute__((always_inline)) inline bool pairBlock(const int64_t* __restrict counts,
+                                                     std::byte* pairs) {
+  auto* __restrict out = reinterpret_cast<LooseDouble*>(pairs);
+  static_assert(divisor == 1000 || divisor == 1'000'000);
+  // Less than 2**51 milliseconds.
+  constexpr uint64_t kBias = uint64_t{1} << (divisor == 1000 ? 59 : 62);
+  constexpr uint64_t kExactInDouble = uint64_t{1} << 53;
+  constexpr auto kDivisor = static_cast<double>(divisor);
+  constexpr double kInverse = 1 / kDivisor;
+  uint64_t seen = 0;
+  for (size_t i = 0; i < kBlock; ++i) {
+    const auto count = static_cast<uint64_t>(counts[i]);
+    const uint64_t biased = count + kBias;
+    seen |= biased;
+    const double high = doubleOf(biased >> 32 | kUpperBits) - (kUpper + static_cast<double>(kBias));
+    const double low = doubleOf((biased & 0xFFFF'FFFF) | kUnitsBits) - kUnits;
+    const double number = high + low;
+
+    // The quotient or one of its neighbours. Its halves can be multiplied without an error.
+    const double guess = nearestWhole(number * kInverse);
+    const double upperGuess = nearestWhole(guess * 0x1p-22) * 0x1p22;
+    const double distance =
+        ((high - upperGuess * kDivisor) - (guess - upperGuess) * kDivisor) + low;
+    // One step towards zero if the distance has the other sign than the number.
+    const double sign = std::copysign(1.0, high);
+    const double step = nearestWhole(distance * sign * kInverse - (0.5 - 0.5 * kInverse)) * sign;
+    const double whole = guess + step;
+    const double rest = (distance - step * kDivisor) / kDivisor;
+
+    const uint64_t isLarge = (count + kExactInDouble) / (2 * kExactInDouble);
+    const uint64_t ifExact = (isLarge - 1) >> 63;  // 1 or 0
+    const uint64_t mask = 0 - ifExact;
+    const double nearest =
+        doubleOf((bitsOf(number / kDivisor) & mask) | (bitsOf(whole + rest) & ~mask));
+    out[2 * i] = nearest;
+    out[2 * i + 1] = rest - (nearest - whole);
+  }
+  return seen < 2 * kBias;
+}
+
+ZORVAN_VECTOR_WIDTHS bool pairMicroseconds(const int64_t* counts, std::byte* pairs) {
+  return pairBlock<1000>(counts, pairs);
+}
+
+ZORVAN_VECTOR_WIDTHS bool pairNanoseconds(const int64_t* counts, std::byte* pairs) {
+  return pairBlock<1'000'000>(counts, pairs);
 }
 
 }  // namespace
@@ -184,18 +256,32 @@ void TickUnit::eachTime(const int64_t* ticks, size_t count, const Put& put) cons
   }
 }
 
-void TickUnit::toPairs(const int64_t* ticks, size_t count, TimePair* times) const {
-  eachTime(ticks, count, [times](size_t i, TimePair time) { times[i] = time; });
+void TickUnit::toPairs(const int64_t* ticks, size_t count, std::byte* times) const {
+  const bool isSimple = months_ == 0 && numerator_ == 1;
+  const auto convert = isSimple && denominator_ == 1000        ? pairMicroseconds
+                       : isSimple && denominator_ == 1'000'000 ? pairNanoseconds
+                                                               : nullptr;
+  for (size_t done = 0; done < count; done += kBlock) {
+    const int64_t* block = ticks + done;
+    std::byte* out = times + done * sizeof(TimePair);
+    const size_t size = std::min(kBlock, count - done);
+    if (convert && size == kBlock && convert(block, out)) continue;
+    eachTime(block, size, [out](size_t i, TimePair time) {
+      std::memcpy(out + i * sizeof time, &time, sizeof time);
+    });
+  }
 }
 
-void TickUnit::toMilliseconds(const int64_t* ticks, size_t count, double* lengths) const {
+void TickUnit::toMilliseconds(const int64_t* ticks, size_t count, std::byte* lengths) const {
   const auto divisor = static_cast<double>(denominator_);
   for (size_t done = 0; done < count; done += kBlock) {
     const int64_t* block = ticks + done;
-    double* out = lengths + done;
+    std::byte* out = lengths + done * sizeof(double);
     const size_t size = std::min(kBlock, count - done);
-    if (numerator_ == 1 && size == kBlock && divideSmallBlock(block, divisor, out)) continue;
-    eachTime(block, size, [out](size_t i, TimePair time) { out[i] = time.real(); });
+    if (numerator_ == 1 && size == kBlock && divideBlock(block, divisor, out)) continue;
+    eachTime(block, size, [out](size_t i, TimePair time) {
+      reinterpret_cast<LooseDouble*>(out)[i] = time.real();
+    });
   }
 }
 

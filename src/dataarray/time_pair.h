@@ -16,9 +16,20 @@
 #include <optional>
 #include <string_view>
 
+// Compiled for several widths of vectors, the best of which is picked at run time, where the
+// platform knows how. For loops over blocks; nothing in them may depend on the width.
+#if defined(__x86_64__) && defined(__GLIBC__) && __has_attribute(target_clones)
+#define ZORVAN_VECTOR_WIDTHS __attribute__((target_clones("avx512f", "avx2", "default")))
+#else
+#define ZORVAN_VECTOR_WIDTHS
+#endif
+
 namespace PythonZorvanDataArray::detail {
 
 using TimePair = std::complex<double>;
+
+// A double at any address.
+using LooseDouble [[gnu::aligned(1), gnu::may_alias]] = double;
 
 inline constexpr TimePair kNaT{std::numeric_limits<double>::quiet_NaN(), 0.0};
 
@@ -71,10 +82,12 @@ class TickUnit {
   // multiplied out.
   bool covers(const int64_t* ticks, size_t count) const;
 
-  // Fill `times` with what the ticks, counted from 1970, mean; NaT for ticks out of range.
-  void toPairs(const int64_t* ticks, size_t count, TimePair* times) const;
+  // Writes the pairs of what the ticks, counted from 1970, mean; NaT for ticks out of range. The
+  // bytes need not be aligned.
+  void toPairs(const int64_t* ticks, size_t count, std::byte* times) const;
   // Likewise for lengths of time, as the nearest doubles. The unit must not be a calendar one.
-  void toMilliseconds(const int64_t* ticks, size_t count, double* lengths) const;
+  void toMilliseconds(const int64_t* ticks, size_t count, std::byte* lengths) const;
+  using Conversion = decltype(&TickUnit::toPairs);
 
  private:
   template <class Put>

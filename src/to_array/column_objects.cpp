@@ -9,6 +9,7 @@
 #include "to_array/column_converter.h"
 #include "to_array/converter_factory.h"
 #include "to_array/pandas_objects.h"
+#include "to_array/plain_columns.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
 #include "zorvandata/array_impl.h"
@@ -91,6 +92,9 @@ std::optional<Array> makeCells(const PyObjectWithGuard& list) {
 }
 
 std::optional<Array> makeTexts(const PyObjectWithGuard& list) {
+  std::optional<ItemList> texts = textColumn(list.get(), ArrayType::ZORVAN_STRING);
+  if (texts) return makeColumn(ArrayType::ZORVAN_STRING, std::move(texts));
+  PyErr_Clear();  // told below, in words about the column
   return makeColumn(ArrayType::ZORVAN_STRING, convertItems(list, [](ItemList& items) {
                       items.appendString("");
                       return true;

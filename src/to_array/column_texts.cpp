@@ -3,6 +3,7 @@
 #include "to_array/column_arrow_texts.h"
 #include "to_array/column_converter.h"
 #include "to_array/column_objects.h"
+#include "to_array/plain_columns.h"
 #include "to_array/text_converters.h"
 #include "util/py_object_guard.h"
 #include "zorvandata/array_impl.h"
@@ -23,6 +24,8 @@ std::optional<ItemList> readTexts(PyObject* series) {
   if (!list) return std::nullopt;
   PyStrToCharOrString converter;
   const std::optional<ConvertToZorvanDataArray::Options> options = getOptionsWithinTable();
+  std::optional<ItemList> texts = textColumn(list.get(), ArrayType::ZORVAN_STRING);
+  if (texts || PyErr_Occurred()) return texts;
   const Py_ssize_t count = PyList_Size(list.get());
   ItemList items;
   items.reserve(static_cast<size_t>(count));

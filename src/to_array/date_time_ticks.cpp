@@ -1,7 +1,6 @@
 #include "to_array/date_time_ticks.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "to_array/date_time_objects.h"
 #include "types/ndpy_array_bridge.h"
@@ -52,39 +51,29 @@ PyObjectWithGuard viewAsIntegers(const PyObjectWithGuard& array, const PyObjectW
 
 // Elements that are computed from ticks when they are written out, not before. The ticks stay where
 // they are until then; should Python code change them meanwhile, those out of range become NaT.
-template <class T>
 class TickStorage final : public Storage {
  public:
-  using Fill = void (TickUnit::*)(const int64_t*, size_t, T*) const;
-
-  TickStorage(Array counts, TickUnit unit, Fill fill)
-      : counts_(std::move(counts)), unit_(unit), fill_(fill) {}
+  TickStorage(Array counts, TickUnit unit, TickUnit::Conversion conversion, size_t size)
+      : counts_(std::move(counts)), unit_(unit), conversion_(conversion), size_(size) {}
 
   const std::byte* data() override {
     if (!computed_) {
-      auto computed =
-          foundation::zorvandata::allocateStorage(counts_.getNumberOfElements() * sizeof(T));
+      auto computed = foundation::zorvandata::allocateStorage(size_);
       copyTo(const_cast<std::byte*>(computed->data()));
       computed_ = std::move(computed);
     }
     return computed_->data();
   }
   void copyTo(std::byte* out) override {
-    constexpr size_t kBlock = 1024;
-    T block[kBlock];  // `out` need not be aligned
-    const size_t count = counts_.getNumberOfElements();
-    for (size_t done = 0; done < count; done += kBlock) {
-      const size_t size = std::min(kBlock, count - done);
-      (unit_.*fill_)(dataOf(counts_) + done, size, block);
-      std::memcpy(out + done * sizeof(T), block, size * sizeof(T));
-    }
+    (unit_.*conversion_)(dataOf(counts_), counts_.getNumberOfElements(), out);
   }
   bool writable() const override { return false; }
 
  private:
   Array counts_;
   TickUnit unit_;
-  Fill fill_;
+  TickUnit::Conversion conversion_;
+  size_t size_;
   std::shared_ptr<Storage> computed_;
 };
 
@@ -134,8 +123,7 @@ bool NumpyTicks::areAllNaT() const {
 
 template <class T>
 std::optional<Array> NumpyTicks::toMilliseconds(const char* typeName, bool isMeaningful,
-                                                void (TickUnit::*fill)(const int64_t*, size_t, T*)
-                                                    const) const {
+                                                TickUnit::Conversion conversion) const {
   if (!isMeaningful && !areAllNaT()) {
     setUnsupportedUnit(typeName, unitName_);
     return std::nullopt;
@@ -146,18 +134,19 @@ std::optional<Array> NumpyTicks::toMilliseconds(const char* typeName, bool isMea
     setOutOfRange(typeName, unitName_);
     return std::nullopt;
   }
-  auto storage = std::make_shared<TickStorage<T>>(counts_, unit, fill);
+  const size_t size = count * sizeof(T);
+  auto storage = std::make_shared<TickStorage>(counts_, unit, conversion, size);
   return makeDense(ArrayTypeOf<T>::value, counts_.dimensions(),
-                   Buffer::shared(std::move(storage), count * sizeof(T)));
+                   Buffer::shared(std::move(storage), size));
 }
 
 std::optional<Array> NumpyTicks::toTimes() const {
-  return toMilliseconds("numpy.datetime64", unit_.has_value(), &TickUnit::toPairs);
+  return toMilliseconds<TimePair>("numpy.datetime64", unit_.has_value(), &TickUnit::toPairs);
 }
 
 std::optional<Array> NumpyTicks::toLengths() const {
   const bool isLength = unit_ && !unit_->isCalendar();
-  return toMilliseconds("numpy.timedelta64", isLength, &TickUnit::toMilliseconds);
+  return toMilliseconds<double>("numpy.timedelta64", isLength, &TickUnit::toMilliseconds);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -31,11 +31,11 @@ class NumpyTicks {
       : counts_(std::move(counts)), unit_(unit), unitName_(std::move(unitName)) {}
 
   bool areAllNaT() const;
-  // `isMeaningful`: whether ticks of the unit other than NaT have a value at all.
+  // `isMeaningful`: whether ticks of the unit other than NaT have a value at all. `conversion` is
+  // to elements of type T.
   template <class T>
   std::optional<foundation::zorvandata::Array> toMilliseconds(
-      const char* typeName, bool isMeaningful,
-      void (TickUnit::*fill)(const int64_t*, size_t, T*) const) const;
+      const char* typeName, bool isMeaningful, TickUnit::Conversion conversion) const;
 
   foundation::zorvandata::Array counts_;
   std::optional<TickUnit> unit_;  // absent for numpy's generic unit

@@ -1,6 +1,8 @@
 #include "to_python/table_arrow_texts.h"
 
+#include <array>
 #include <cstring>
+#include <vector>
 
 #include "to_python/imported_attribute.h"
 #include "util/py_object_guard.h"
@@ -25,20 +27,54 @@ namespace {
 // For fewer it takes longer to find out how pandas keeps them.
 constexpr size_t kFew = 1000;
 
-TextColumn gatherTexts(size_t count, const TextAt& textAt) {
+TextColumn gatherTexts(const ItemList& strings) {
+  const size_t count = strings.size();
   TextColumnBuilder builder(ArrayType::ZORVAN_STRING, count);
   Buffer present = Buffer::zeros((count + 7) / 8);
   std::byte* bits = present.mutableData();
   bool anyMissing = false;
   for (size_t i = 0; i < count; ++i) {
-    const auto text = textAt(i);
-    builder.append(text.value_or(""));
-    if (text) bits[i / 8] |= std::byte{1} << (i % 8);
-    anyMissing |= !text;
+    const Item text = strings[i];
+    const bool isMissing = text.form() == Item::Form::kMissing;
+    builder.append(isMissing ? std::string_view() : text.utf8());
+    if (!isMissing) bits[i / 8] |= std::byte{1} << (i % 8);
+    anyMissing |= isMissing;
   }
   TextColumn column = builder.finish();
   if (anyMissing) column.present = std::move(present);
   return column;
+}
+
+// The texts at the positions, one after the other.
+TextColumn gatherTexts(const TextColumn& distinct, const uint32_t* positions, size_t count) {
+  // Most are short: a copy of fixed size is one instruction, and may write beyond the text.
+  constexpr size_t kShort = 16;
+  struct Text {
+    std::array<char, kShort> start;
+    std::string_view whole;
+  };
+  std::vector<Text> texts(distinct.size());
+  for (size_t i = 0; i < texts.size(); ++i) {
+    texts[i].whole = distinct.text(i);
+    texts[i].whole.copy(texts[i].start.data(), kShort);
+  }
+  Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
+  auto* offset = reinterpret_cast<int64_t*>(offsets.mutableData());
+  size_t size = 0;
+  for (size_t i = 0; i < count; ++i) {
+    offset[i] = static_cast<int64_t>(size);
+    size += texts[positions[i]].whole.size();
+  }
+  offset[count] = static_cast<int64_t>(size);
+  Buffer bytes = Buffer::uninitialized(size + kShort);
+  std::byte* out = bytes.mutableData();
+  for (size_t i = 0; i < count; ++i) {
+    const Text& text = texts[positions[i]];
+    std::memcpy(out, text.start.data(), kShort);
+    if (text.whole.size() > kShort) std::memcpy(out, text.whole.data(), text.whole.size());
+    out += text.whole.size();
+  }
+  return {ArrayType::ZORVAN_STRING, std::move(offsets), std::move(bytes), {}};
 }
 
 // Surrogates, and nothing else in stored text, have ED and a byte from A0 on.
@@ -125,26 +161,21 @@ std::optional<PyObject*> makeTexts(const TextColumn& column, const PyObjectWithG
 
 }  // namespace
 
-std::optional<PyObject*> makeArrowTexts(size_t count, const TextAt& textAt) {
-  if (count < kFew) return std::nullopt;
-  const PyObjectWithGuard dtype = arrowTextType();
-  if (!dtype) return std::nullopt;
-  return makeTexts(gatherTexts(count, textAt), dtype);
-}
-
 std::optional<PyObject*> makeArrowTexts(const ItemList& strings) {
-  const ItemColumn* column = strings.column();
-  const auto* texts = column ? column->as<TextColumn>() : nullptr;
-  if (!texts) {
-    return makeArrowTexts(strings.size(), [&strings](size_t i) {
-      const Item text = strings[i];
-      return text.form() == Item::Form::kMissing ? std::nullopt : std::optional(text.utf8());
-    });
-  }
   if (strings.size() < kFew) return std::nullopt;
   const PyObjectWithGuard dtype = arrowTextType();
   if (!dtype) return std::nullopt;
-  return makeTexts(*texts, dtype);
+  const ItemColumn* column = strings.column();
+  const auto* texts = column ? column->as<TextColumn>() : nullptr;
+  return makeTexts(texts ? *texts : gatherTexts(strings), dtype);
+}
+
+std::optional<PyObject*> makeArrowTexts(const TextColumn& distinct, const uint32_t* positions,
+                                        size_t count) {
+  if (count < kFew) return std::nullopt;
+  const PyObjectWithGuard dtype = arrowTextType();
+  if (!dtype) return std::nullopt;
+  return makeTexts(gatherTexts(distinct, positions, count), dtype);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -13,7 +13,10 @@
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
+using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::nameOf;
+using foundation::zorvandata::TextColumn;
+using foundation::zorvandata::TextColumnBuilder;
 using foundation::zorvandata::TypedArray;
 using PythonUtil::PyObjectWithGuard;
 
@@ -45,9 +48,8 @@ class NamesOfCodes {
       const size_t count = codes.getNumberOfElements();
       const T* code = codes.begin();
       if (!areNamed(code, count)) return nullptr;
-      const auto arrow = makeArrowTexts(
-          count, [&](size_t i) { return std::string_view(names_[static_cast<size_t>(code[i])]); });
-      if (arrow) return *arrow;
+      const std::vector<uint32_t> positions(code, code + count);
+      if (const auto arrow = makeArrowTexts(texts(), positions.data(), count)) return *arrow;
       const auto strs = makeStrs(names_);
       if (!strs) return nullptr;
       return makeList(
@@ -60,6 +62,12 @@ class NamesOfCodes {
   }
 
  private:
+  TextColumn texts() const {
+    TextColumnBuilder builder(ArrayType::ZORVAN_STRING, names_.size());
+    for (const std::string& name : names_) builder.append(name);
+    return builder.finish();
+  }
+
   template <class T>
   bool areNamed(const T* codes, size_t count) const {
     for (size_t i = 0; i < count; ++i) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "dataarray/time_pair.h"
 
 namespace PythonZorvanDataArray::detail {
@@ -83,12 +85,43 @@ TEST(TickUnit, RangesEndWhereTheyAreSaidTo) {
     const int64_t inside[] = {most, -most, kNoTick}, outside[] = {most + 1, -most - 1};
     EXPECT_TRUE(unit.covers(inside, 3));
     TimePair times[3];
-    unit.toPairs(inside, 3, times);
+    unit.toPairs(inside, 3, reinterpret_cast<std::byte*>(times));
     EXPECT_TRUE(!isNaT(times[0]) && !isNaT(times[1]) && isNaT(times[2]));
     EXPECT_TRUE(microsecondsOf(times[0]) && microsecondsOf(times[1]));
     for (const int64_t& tick : outside) EXPECT_FALSE(unit.covers(&tick, 1));
-    unit.toPairs(outside, 2, times);
+    unit.toPairs(outside, 2, reinterpret_cast<std::byte*>(times));
     EXPECT_TRUE(isNaT(times[0]) && isNaT(times[1]));
+  }
+}
+
+// Long runs of ticks are converted by arithmetic of their own, unless one of them is too large.
+TEST(TickUnit, RunsAreConvertedLikeSingleTicks) {
+  constexpr size_t kRun = 256;
+  for (const char* name : {"us", "ns"}) {
+    const TickUnit unit = TickUnit::make(name, 1).value();
+    const int64_t divisor = *name == 'u' ? 1000 : 1'000'000;
+    uint64_t random = 1;
+    for (int shift = 0; shift < 63; ++shift) {
+      SCOPED_TRACE(name + std::to_string(shift));
+      int64_t ticks[kRun];
+      for (size_t i = 0; i < kRun; ++i) {
+        random = random * 6364136223846793005U + 1442695040888963407U;
+        const auto tick = static_cast<int64_t>(random) >> shift;
+        const int64_t edge = tick / divisor * divisor + static_cast<int64_t>(i / 4 % 3) - 1;
+        ticks[i] = i % 4 == 0 ? edge : tick;
+      }
+      if (shift > 0) ticks[0] = -(kMost >> shift) - 1;
+      if (shift > 0) ticks[1] = (kMost >> shift) + 1;
+      TimePair times[kRun];
+      double lengths[kRun];
+      unit.toPairs(ticks, kRun, reinterpret_cast<std::byte*>(times));
+      unit.toMilliseconds(ticks, kRun, reinterpret_cast<std::byte*>(lengths));
+      for (size_t i = 0; i < kRun; ++i) {
+        const TimePair expected = pairOfQuotient(ticks[i], divisor);
+        ASSERT_EQ(std::memcmp(&times[i], &expected, sizeof expected), 0) << ticks[i];
+        ASSERT_EQ(lengths[i], expected.real()) << ticks[i];
+      }
+    }
   }
 }
 

@@ -168,3 +168,17 @@ def test_any_pandas_timestamp(count, zone):
     else:
         assert back == sent.to_pydatetime()
         assert str(getattr(back, "tzinfo", None)) == str(zone)
+
+
+@pytest.mark.parametrize(
+    "dtype, bits", [("M8[ns]", 63), ("M8[us]", 63), ("m8[ns]", 51), ("m8[us]", 52)]
+)
+def test_long_arrays(dtype, bits):
+    """Every size of number in turn, most in long runs of their own, and NaT in between."""
+    numbers = numpy.random.default_rng(1).integers(-(2**63) + 1, 2**63 - 1, (bits, 777))
+    numbers >>= numpy.arange(64 - bits, 64)[:, None]
+    numbers[::7, ::300] = -(2**63)
+    for sent in (numbers.view(dtype), numbers[::-1].view(dtype), numbers[3:4].view(dtype)):
+        (back,) = round_trip(sent)
+        assert back.dtype == dtype
+        assert numpy.array_equal(back.view("i8"), sent.view("i8"))
