@@ -95,22 +95,22 @@ LastZone& lastZone() {
 }  // namespace
 
 std::shared_ptr<const DatetimeMaker> ZorvanObjectToPyObject::datetimeMakerOf(
-    const Array& array) const {
-  const std::optional<size_t> position = findProperty(array, "tz");
-  const Item tz = position ? array.impl().items()[*position] : Item();
+    const ObjectElement& object) const {
+  const std::optional<size_t> position = findProperty(object, "tz");
+  const Item tz = position ? object.objects.items()[*position] : Item();
   const bool isText = tz.form() == Item::Form::kText;
   if (isText && lastZone().maker && tz.utf8() == lastZone().name) return lastZone().maker;
 
-  const auto zone = PyObjectWithGuard::owned(convertTimeZone(array));
+  const auto zone = PyObjectWithGuard::owned(convertTimeZone(object));
   if (!zone) return nullptr;
   auto maker = DatetimeMaker::forZone(zone.get());
   if (isText && maker) lastZone() = {std::string(tz.utf8()), maker};
   return maker;
 }
 
-PyObject* ZorvanObjectToPyObject::convertTimeZone(const Array& array) const {
+PyObject* ZorvanObjectToPyObject::convertTimeZone(const ObjectElement& element) const {
   static const CharToPyStr toText;
-  const ValueObject object = array[0];
+  const ValueObject object = Array::share(element.objects)[element.element];
   const ZorvanPropertyIdentifier property("tz");
   const ArrayType type = getPropertyValueType(object, property);
   if (type == ArrayType::UNKNOWN) {
@@ -125,14 +125,13 @@ PyObject* ZorvanObjectToPyObject::convertTimeZone(const Array& array) const {
   return name ? makeTimeZone(name.get()) : nullptr;
 }
 
-PyObject* ZorvanObjectToPyObject::convertDatetime(const Array& array) const {
-  if (!isOneObject(array, kClass)) return nullptr;
-  if (!typedProperty(array, kClass, "fmt", {ArrayType::CHAR})) return nullptr;
+PyObject* ZorvanObjectToPyObject::convertDatetime(const ObjectElement& object) const {
+  if (!typedProperty(object, kClass, "fmt", {ArrayType::CHAR})) return nullptr;
   const auto data =
-      typedProperty(array, kClass, "data", {ArrayType::COMPLEX_DOUBLE, ArrayType::DOUBLE});
+      typedProperty(object, kClass, "data", {ArrayType::COMPLEX_DOUBLE, ArrayType::DOUBLE});
   if (!data) return nullptr;
-  const auto maker = datetimeMakerOf(array);
-  return maker ? makeDates(array.impl().items(), *data, *maker) : nullptr;
+  const auto maker = datetimeMakerOf(object);
+  return maker ? makeDates(object.objects.items(), *data, *maker) : nullptr;
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -45,12 +45,11 @@ PyObject* makeScalar(double milliseconds) {
 
 }  // namespace
 
-PyObject* ZorvanObjectToPyObject::convertDuration(const Array& array) const {
-  if (!isOneObject(array, kClass)) return nullptr;
-  if (!typedProperty(array, kClass, "fmt", {ArrayType::CHAR})) return nullptr;
-  const auto position = typedProperty(array, kClass, "millis", {ArrayType::DOUBLE});
+PyObject* ZorvanObjectToPyObject::convertDuration(const ObjectElement& object) const {
+  if (!typedProperty(object, kClass, "fmt", {ArrayType::CHAR})) return nullptr;
+  const auto position = typedProperty(object, kClass, "millis", {ArrayType::DOUBLE});
   if (!position) return nullptr;
-  const ItemList& items = array.impl().items();
+  const ItemList& items = object.objects.items();
   if (items[*position].form() == Item::Form::kScalar) {
     return makeScalar(items[*position].scalar<double>());
   }

@@ -7,6 +7,7 @@
 #include "to_python/table_columns.h"
 #include "to_python/table_flattening.h"
 #include "to_python/vectors.h"
+#include "to_python/time_values.h"
 #include "to_python/zorvan_object_to_py_object.h"
 #include "util/nesting_guard.h"
 #include "util/python_error.h"
@@ -58,7 +59,7 @@ PyObject* ZorvanObjectToPyObject::processDurationAndDateTimeColumnData(const Arr
   }
   const auto data = propertyOf(column, "data", {ArrayType::COMPLEX_DOUBLE, ArrayType::DOUBLE});
   if (!data) return nullptr;
-  const auto zone = PyObjectWithGuard::owned(convertTimeZone(column));
+  const auto zone = PyObjectWithGuard::owned(convertTimeZone({column.impl()}));
   if (!zone) return nullptr;
   auto times = PyObjectWithGuard::owned(makeNumpyTimeColumn(kDatetime64, *data, "datetime"));
   if (!times || zone.get() == Py_None) return times.release();

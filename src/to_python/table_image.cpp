@@ -49,8 +49,8 @@ std::optional<Array> propertyOf(const Array& object, const char* name,
   if (!isOneObject(object, className)) return std::nullopt;
   std::optional<size_t> position;
   if (types.size() > 0) {
-    position = typedProperty(object, className, name, types);
-  } else if (!(position = findProperty(object, name))) {
+    position = typedProperty({object.impl()}, className, name, types);
+  } else if (!(position = findProperty({object.impl()}, name))) {
     setTableError(formatMessage(PropertyNotFoundInObject, name, className));
   }
   if (!position) return std::nullopt;

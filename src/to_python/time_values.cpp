@@ -20,21 +20,21 @@ bool isOneObject(const Array& array, const char* className) {
   return false;
 }
 
-std::optional<size_t> findProperty(const Array& array, const char* name) {
-  const std::vector<std::string>& names = array.impl().layout()->names;
+std::optional<size_t> findProperty(const ObjectElement& object, const char* name) {
+  const std::vector<std::string>& names = object.objects.layout()->names;
   const auto found = std::find(names.begin(), names.end(), name);
   if (found == names.end()) return std::nullopt;
-  return array.impl().itemIndex(static_cast<size_t>(found - names.begin()), 0);
+  return object.objects.itemIndex(static_cast<size_t>(found - names.begin()), object.element);
 }
 
-std::optional<size_t> typedProperty(const Array& array, const char* className, const char* name,
-                                    std::initializer_list<ArrayType> types) {
-  const std::optional<size_t> position = findProperty(array, name);
+std::optional<size_t> typedProperty(const ObjectElement& object, const char* className,
+                                    const char* name, std::initializer_list<ArrayType> types) {
+  const std::optional<size_t> position = findProperty(object, name);
   if (!position) {
     setPythonErrorStr(PyExc_ValueError, formatMessage(PropertyNotFoundInObject, name, className));
     return std::nullopt;
   }
-  const ArrayType type = array.impl().items()[*position].type();
+  const ArrayType type = object.objects.items()[*position].type();
   if (std::find(types.begin(), types.end(), type) != types.end()) return position;
   setPythonErrorStr(PyExc_TypeError, std::string("property '")
                                          .append(name)

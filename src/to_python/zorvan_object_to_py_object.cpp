@@ -1,6 +1,7 @@
 #include "to_python/zorvan_object_to_py_object.h"
 
 #include "to_python/converter_factory.h"
+#include "to_python/time_values.h"
 #include "types/zorvan_object_type.h"
 #include "util/py_object_guard.h"
 
@@ -9,9 +10,18 @@ namespace PythonZorvanDataArray::detail {
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::codeOf;
+using foundation::zorvandata::Item;
+using foundation::zorvandata::ItemList;
 using foundation::zorvandata::ValueObject;
 using foundation::zorvandata::ZorvanPropertyIdentifier;
 using PythonUtil::PyObjectWithGuard;
+
+namespace {
+
+constexpr char kDatetimeClass[] = "datetime";
+constexpr char kDurationClass[] = "duration";
+
+}  // namespace
 
 PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
   if (isSparse(array)) {
@@ -29,11 +39,27 @@ PyObject* ZorvanObjectToPyObject::convert(const Array& array) const {
   }
 }
 
+// Dates and durations come in long lists: no array is made of each.
+PyObject* ZorvanObjectToPyObject::convertItem(const ItemList& items, size_t i) const {
+  const Item item = items[i];
+  if (item.form() == Item::Form::kElement && item.type() == ArrayType::VALUE_OBJECT) {
+    const ObjectElement object{item.array(), item.element()};
+    const std::string& className = item.array().layout()->className;
+    if (className == kDatetimeClass) return convertDatetime(object);
+    if (className == kDurationClass) return convertDuration(object);
+  }
+  return ConvertZDAToPyObject::convertItem(items, i);
+}
+
 PyObject* ZorvanObjectToPyObject::convertValueObject(const Array& array) const {
   const std::string& className = array.impl().layout()->className;
-  if (className == "datetime") return convertDatetime(array);
+  if (className == kDatetimeClass) {
+    return isOneObject(array, kDatetimeClass) ? convertDatetime({array.impl()}) : nullptr;
+  }
+  if (className == kDurationClass) {
+    return isOneObject(array, kDurationClass) ? convertDuration({array.impl()}) : nullptr;
+  }
   if (className == "dictionary") return convertDictionary(array);
-  if (className == "duration") return convertDuration(array);
   if (className == "table") return convertTable(array);
   if (className == "timetable") return convertTimeTable(array);
   if (className == "missing") return Py_NewRef(Py_None);

@@ -10,10 +10,12 @@
 namespace PythonZorvanDataArray::detail {
 
 class DatetimeMaker;
+struct ObjectElement;
 
 class ZorvanObjectToPyObject : public ConvertZDAToPyObject {
  public:
   PyObject* convert(const foundation::zorvandata::Array& array) const override;
+  PyObject* convertItem(const foundation::zorvandata::ItemList& items, size_t i) const override;
 
  private:
   PyObject* convertValueObject(const foundation::zorvandata::Array& array) const;
@@ -21,10 +23,10 @@ class ZorvanObjectToPyObject : public ConvertZDAToPyObject {
   // microseconds a numpy.datetime64, of UTC if there is a zone. None or several times are an array
   // of the same shape: numpy.datetime64 without a zone, else objects, with numpy's NaT among them.
   // TypeError for a scalar NaT and a zone that Python does not know.
-  PyObject* convertDatetime(const foundation::zorvandata::Array& array) const;
+  PyObject* convertDatetime(const ObjectElement& object) const;
   // A datetime.timedelta; for a length that is finer than microseconds a numpy.timedelta64. None or
   // several are an array of numpy.timedelta64. TypeError for a scalar NaT.
-  PyObject* convertDuration(const foundation::zorvandata::Array& array) const;
+  PyObject* convertDuration(const ObjectElement& object) const;
   // A zorvan.dictionary. ValueError for one without keys, with other counts of keys and values, or
   // with keys or values that are structs, objects or enumerations; TypeError for a key that cannot
   // be hashed.
@@ -40,10 +42,9 @@ class ZorvanObjectToPyObject : public ConvertZDAToPyObject {
   PyObject* convertToGenericZorvanDotObject(const foundation::zorvandata::Array& array) const;
 
   // Makes the dates of a datetime's zone; empty with a Python error set.
-  std::shared_ptr<const DatetimeMaker> datetimeMakerOf(
-      const foundation::zorvandata::Array& array) const;
+  std::shared_ptr<const DatetimeMaker> datetimeMakerOf(const ObjectElement& object) const;
   // The tzinfo of a datetime, None for one without a zone.
-  PyObject* convertTimeZone(const foundation::zorvandata::Array& array) const;
+  PyObject* convertTimeZone(const ObjectElement& object) const;
   // A variable of a table, which has passed checkVariable and is one column, as what a frame can
   // be made of.
   PyObject* processColumnData(const foundation::zorvandata::Array& column) const;
