@@ -15,28 +15,24 @@ class Utf8Reader {
   // The view is valid while `obj` and `copy` are alive. Its data is NULL, with the
   // UnicodeEncodeError of the UTF-16 encoder set, when the text has a lone surrogate.
   std::string_view read(PyObject* obj, PythonUtil::PyObjectWithGuard& copy) {
-    const bool isShort = PyUnicode_GetLength(obj) <= kLongestInside;
-    return lastWasAscii_ && isShort ? readInside(obj) : readOutside(obj, copy);
-  }
-
- private:
-  std::string_view readInside(PyObject* obj) {
+    const Py_ssize_t length = PyUnicode_GetLength(obj);
     Py_ssize_t size = 0;
-    const char* utf8 = PyUnicode_AsUTF8AndSize(obj, &size);
-    return utf8 ? noted(obj, utf8, size) : fail(obj);
-  }
-
-  std::string_view readOutside(PyObject* obj, PythonUtil::PyObjectWithGuard& copy) {
-    copy = PythonUtil::PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
-    if (!copy) return fail(obj);
-    return noted(obj, PyBytes_AsString(copy.get()), PyBytes_Size(copy.get()));
-  }
-
-  std::string_view noted(PyObject* obj, const char* utf8, Py_ssize_t size) {
-    lastWasAscii_ = size == PyUnicode_GetLength(obj);
+    const char* utf8 = nullptr;
+    if (lastWasAscii_ && length <= kLongestInside) {
+      utf8 = PyUnicode_AsUTF8AndSize(obj, &size);
+    } else {
+      copy = PythonUtil::PyObjectWithGuard::owned(PyUnicode_AsUTF8String(obj));
+      if (copy) {
+        utf8 = PyBytes_AsString(copy.get());
+        size = PyBytes_Size(copy.get());
+      }
+    }
+    if (!utf8) return fail(obj);
+    lastWasAscii_ = size == length;
     return {utf8, static_cast<size_t>(size)};
   }
 
+ private:
   // The error that users know is the one of the UTF-16 encoder.
   static std::string_view fail(PyObject* obj) {
     if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError)) {

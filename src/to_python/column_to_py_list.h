@@ -1,16 +1,9 @@
-// Columns of many elements as Python lists, without a converter's call for each of them.
+// The elements of cells and string arrays as Python lists.
 #pragma once
 
-#include "util/python_api.h"
-#include "zorvandata/item_list.h"
+#include "to_python/element_maker.h"
 
 namespace PythonZorvanDataArray::detail {
-
-// What elements without elements become.
-enum class Empties {
-  kAsLists,   // an empty list each, as in cells
-  kAsTheyAre  // what their converter makes of them, as in fields and string arrays
-};
 
 // New reference to a list of the elements, each as the converter for it has it; NULL with a Python
 // error set.
