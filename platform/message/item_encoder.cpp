@@ -1,6 +1,7 @@
 #include "message/item_encoder.h"
 
 #include <algorithm>
+#include <array>
 
 #include "message/array_encoder.h"
 #include "message/fields.h"
@@ -34,29 +35,30 @@ enum ItemsForm : size_t {
   kAsRecords,   // alike structs, objects or cells: one cell a field
 };
 
-bool isIntegerOrLogical(ArrayType type) {
+constexpr bool isIntegerOrLogical(ArrayType type) {
   return type == ArrayType::LOGICAL || (type >= ArrayType::INT8 && type <= ArrayType::UINT64);
 }
 
 bool isInt64(ArrayType type) { return type == ArrayType::INT64 || type == ArrayType::UINT64; }
 
-// The column that a mixed item goes to.
-unsigned char kindOf(const Item& item) {
-  switch (item.form()) {
-    case Form::kText:
-      return static_cast<unsigned char>(ArrayType::CHAR);
-    case Form::kString:
-    case Form::kMissing:
-      return static_cast<unsigned char>(ArrayType::ZORVAN_STRING);
-    case Form::kScalar: {
-      const ArrayType type = item.type();
-      const bool hasColumn = isIntegerOrLogical(type) || type == ArrayType::DOUBLE ||
-                             type == ArrayType::COMPLEX_DOUBLE;
-      return hasColumn ? static_cast<unsigned char>(type) : kChildKind;
-    }
-    default:
-      return kChildKind;
+// By type code, the column that a mixed scalar or text goes to: that of its type or, where there is
+// none, the children.
+constexpr auto kKindOfType = [] {
+  std::array<unsigned char, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1> kinds{};
+  for (int code = 0; code < static_cast<int>(kinds.size()); ++code) {
+    const auto type = static_cast<ArrayType>(code);
+    const bool hasColumn = isIntegerOrLogical(type) || type == ArrayType::DOUBLE ||
+                           type == ArrayType::COMPLEX_DOUBLE || type == ArrayType::CHAR ||
+                           type == ArrayType::ZORVAN_STRING;
+    kinds[static_cast<size_t>(code)] = hasColumn ? static_cast<unsigned char>(code) : kChildKind;
   }
+  return kinds;
+}();
+
+unsigned char kindOf(const Item& item) {
+  const bool isInline = item.form() == Form::kScalar || item.form() == Form::kText ||
+                        item.form() == Form::kString || item.form() == Form::kMissing;
+  return isInline ? kKindOfType[static_cast<size_t>(codeOf(item.type()))] : kChildKind;
 }
 
 bool isNumber(const Item& item) { return item.form() == Form::kScalar; }

@@ -50,7 +50,8 @@ int ArrayImpl::depth() const {
 }
 
 void ArrayImpl::release() const noexcept {
-  if (owners_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  // An only owner has nobody to race with.
+  if (!shared() || owners_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
 void ArrayImpl::throwWrongContent() {

@@ -28,7 +28,7 @@ class Item {
 
   Form form() const { return form_; }
   // The type of the array that the element is.
-  ArrayType type() const;
+  ArrayType type() const { return hasHandle() ? typeOfArray() : static_cast<ArrayType>(type_); }
   // kScalar: elementSize(type()) bytes.
   const void* scalarData() const { return wide_ ? static_cast<const void*>(text_) : &bits_; }
   template <class T>
@@ -61,6 +61,8 @@ class Item {
   static Item ofText(Form form, std::string_view utf8) {
     Item item;
     item.form_ = form;
+    item.type_ =
+        static_cast<uint8_t>(form == Form::kText ? ArrayType::CHAR : ArrayType::ZORVAN_STRING);
     item.size_ = static_cast<uint32_t>(utf8.size());
     item.text_ = utf8.data();
     return item;
@@ -68,6 +70,7 @@ class Item {
   static Item missing() {
     Item item;
     item.form_ = Form::kMissing;
+    item.type_ = static_cast<uint8_t>(ArrayType::ZORVAN_STRING);
     return item;
   }
   static Item ofElement(const ArrayImpl& array, size_t element) {
@@ -83,8 +86,10 @@ class Item {
 
   bool hasHandle() const { return form_ == Form::kArray || form_ == Form::kElement; }
 
+  ArrayType typeOfArray() const;
+
   Form form_ = Form::kEmpty;
-  uint8_t type_ = 0;
+  uint8_t type_ = static_cast<uint8_t>(ArrayType::DOUBLE);  // without a handle
   bool wide_ = false;
   uint32_t size_ = 0;
   union {

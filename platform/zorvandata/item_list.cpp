@@ -33,23 +33,7 @@ const char* Arena::store(const void* bytes, size_t size) {
   return place;
 }
 
-ArrayType Item::type() const {
-  switch (form_) {
-    case Form::kEmpty:
-      return ArrayType::DOUBLE;
-    case Form::kScalar:
-      return static_cast<ArrayType>(type_);
-    case Form::kText:
-      return ArrayType::CHAR;
-    case Form::kString:
-    case Form::kMissing:
-      return ArrayType::ZORVAN_STRING;
-    case Form::kElement:
-    case Form::kArray:
-      break;
-  }
-  return array_->type();
-}
+ArrayType Item::typeOfArray() const { return array_->type(); }
 
 ItemList::ItemList(std::shared_ptr<const ItemColumn> column)
     : depth_(column->visit([](const auto& kind) { return kind.depth(); })),

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "zorvandata/item.h"
@@ -66,7 +67,13 @@ class ItemList {
   // See makeColumn.
   explicit ItemList(std::shared_ptr<const ItemColumn> column);
   ItemList(const ItemList& other);
-  ItemList(ItemList&& other) noexcept { swap(other); }
+  ItemList(ItemList&& other) noexcept
+      : items_(std::move(other.items_)),
+        arena_(std::move(other.arena_)),
+        handles_(std::exchange(other.handles_, 0)),
+        depth_(std::exchange(other.depth_, 0)),
+        column_(std::move(other.column_)),
+        columnSize_(std::exchange(other.columnSize_, 0)) {}
   ItemList& operator=(ItemList other) noexcept {
     swap(other);
     return *this;

@@ -24,14 +24,20 @@ PyObject* fail(PyObject* type, const char* message) {
   return nullptr;
 }
 
-PyObject* toSerialized(PyObject* module, PyObject* args, PyObject* kwargs) {
+// The positional arguments of a call; `items` is NULL only when there are none.
+struct Arguments {
+  PyObject* const* items;
+  Py_ssize_t count;
+};
+
+PyObject* toSerialized(PyObject* module, const Arguments& args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Invalid module");
   const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
   if (keywords.failed) return nullptr;
-  if (!args || PyTuple_Size(args) != 1) {
+  if (args.count != 1) {
     return fail(PyExc_TypeError, "py_to_serialized_str requires exactly one positional argument");
   }
-  const auto values = createZorvanDataArray(PyTuple_GetItem(args, 0));
+  const auto values = createZorvanDataArray(args.items[0]);
   // A value that left an error pending has failed, whatever the converter returned.
   if (!values || PyErr_Occurred()) return nullptr;
   auto bytes = mdata2protobuf(*values, static_cast<long>(keywords.nargout));
@@ -42,9 +48,9 @@ PyObject* toSerialized(PyObject* module, PyObject* args, PyObject* kwargs) {
 // buffer of another object.
 class BytesArgument {
  public:
-  explicit BytesArgument(PyObject* args) {
-    if (PyTuple_Size(args) != 1) return;
-    PyObject* obj = PyTuple_GetItem(args, 0);
+  explicit BytesArgument(const Arguments& args) {
+    if (args.count != 1) return;
+    PyObject* obj = args.items[0];
     if (Py_TYPE(obj) == &PyBytes_Type) {
       object_ = obj;
       bytes_ = {PyBytes_AsString(obj), static_cast<size_t>(PyBytes_Size(obj))};
@@ -76,9 +82,8 @@ class BytesArgument {
   std::string_view bytes_;
 };
 
-PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
+PyObject* toPython(PyObject* module, const Arguments& args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Module is null");
-  if (!args) return fail(PyExc_ValueError, "args is null");
   std::optional<foundation::zorvandata::Array> result;
   {
     const BytesArgument data(args);
@@ -89,27 +94,41 @@ PyObject* toPython(PyObject* module, PyObject* args, PyObject* kwargs) {
   return result ? createPyObject(*result) : nullptr;
 }
 
+// The keywords of a call, the values of which follow the positional arguments, as a dict; empty
+// with a Python error set.
+PyObjectWithGuard keywordDict(PyObject* const* values, PyObject* names) {
+  auto dict = PyObjectWithGuard::owned(PyDict_New());
+  const Py_ssize_t count = dict ? PyTuple_Size(names) : 0;
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    if (PyDict_SetItem(dict.get(), PyTuple_GetItem(names, i), values[i]) != 0) return {};
+  }
+  return dict;
+}
+
 // A function as the interpreter calls it: no C++ exception gets past it.
-template <PyObject* (*function)(PyObject*, PyObject*, PyObject*)>
-PyObject* guarded(PyObject* module, PyObject* args, PyObject* kwargs) noexcept {
+template <PyObject* (*function)(PyObject*, const Arguments&, PyObject*)>
+PyObject* guarded(PyObject* module, PyObject* const* args, Py_ssize_t count,
+                  PyObject* names) noexcept {
   try {
-    return function(module, args, kwargs);
+    if (!names) return function(module, {args, count}, nullptr);
+    const PyObjectWithGuard keywords = keywordDict(args + count, names);
+    return keywords ? function(module, {args, count}, keywords.get()) : nullptr;
   } catch (...) {
     PythonUtil::setPythonErrorFromException();
     return nullptr;
   }
 }
 
-template <PyObject* (*function)(PyObject*, PyObject*, PyObject*)>
+template <PyObject* (*function)(PyObject*, const Arguments&, PyObject*)>
 PyCFunction entry() {
   return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(guarded<function>));
 }
 
 PyModuleDef* moduleDefinition() {
   static PyMethodDef methods[] = {
-      {"py_to_serialized_str", entry<toSerialized>(), METH_VARARGS | METH_KEYWORDS,
+      {"py_to_serialized_str", entry<toSerialized>(), METH_FASTCALL | METH_KEYWORDS,
        "Convert tuple of Python objects to protobuf-serialized byte string."},
-      {"serialized_str_to_py", entry<toPython>(), METH_VARARGS | METH_KEYWORDS,
+      {"serialized_str_to_py", entry<toPython>(), METH_FASTCALL | METH_KEYWORDS,
        "Convert protobuf-serialized byte string to tuple of Python objects."},
       {nullptr, nullptr, 0, nullptr}};
   static PyModuleDef definition = {
