@@ -2,6 +2,7 @@
 
 #include "message/fields.h"
 #include "message/item_encoder.h"
+#include "message/span_encoder.h"
 #include "zorvandata/text.h"
 
 namespace foundation::protobuf {

@@ -19,16 +19,4 @@ void putTexts(Sink& sink, const zorvandata::ItemList& items);
 template <class Sink>
 void putString(Sink& sink, const zorvandata::Item& item);
 
-// What every message begins with.
-template <class Sink>
-void putHead(Sink& sink, zorvandata::ArrayType type, const zorvandata::Dimensions& dims);
-
-// The class and the names of a struct or object array.
-template <class Sink>
-void putNames(Sink& sink, const zorvandata::Layout& layout);
-
-// A struct or object array's element as an array of its own.
-template <class Sink>
-void putRecord(Sink& sink, const zorvandata::Item& record);
-
 }  // namespace foundation::protobuf

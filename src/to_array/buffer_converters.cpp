@@ -12,20 +12,27 @@ namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 
+namespace {
+
+// False with a Python error set: the mask would be lost.
+bool checkNothingIsMasked(PyObject* obj) {
+  const std::optional<bool> masked = hasMaskedElements(obj);
+  if (masked && *masked) {
+    setPythonErrorStr(PyExc_TypeError,
+                      "conversion of a masked array with masked elements to ZORVAN not supported");
+  }
+  return masked && !*masked;
+}
+
+}  // namespace
+
 std::optional<Array> convertBufferToZDA(PyObject* obj,
                                         const std::optional<ConvertToZorvanDataArray::Options>&) {
   if (!PythonNdPyArray::ndpyCapsule) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
     return std::nullopt;
   }
-  if (!obj) return std::nullopt;
-  const std::optional<bool> masked = hasMaskedElements(obj);
-  if (!masked) return std::nullopt;
-  if (*masked) {
-    setPythonErrorStr(PyExc_TypeError,
-                      "conversion of a masked array with masked elements to ZORVAN not supported");
-    return std::nullopt;
-  }
+  if (!obj || !checkNothingIsMasked(obj)) return std::nullopt;
   return PythonNdPyArray::arrayFromBuffer(obj);
 }
 
@@ -43,8 +50,10 @@ std::optional<Array> NumpyNDArrayObjectToBuffer::convert(PyObject* obj,
       }
       return std::nullopt;
     case 'M':
+      if (!checkNothingIsMasked(obj)) return std::nullopt;
       return datetime64Converter.convert(obj, options);
     case 'm':
+      if (!checkNothingIsMasked(obj)) return std::nullopt;
       return timedelta64Converter.convert(obj, options);
     default:
       return convertBufferToZDA(obj, options);

@@ -3,6 +3,8 @@
 #include <array>
 
 #include "to_array/argument_scope.h"
+#include "to_array/date_time_objects.h"
+#include "to_array/pandas_objects.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
@@ -25,6 +27,12 @@ using Converter = std::shared_ptr<ConvertToZorvanDataArray>;
 
 void setUnsupported(const std::string& typeName) {
   setPythonErrorStr(PyExc_TypeError, formatMessage(UnsupportedPythonData, typeName));
+}
+
+// Of a class written in Python; the many scalar types of numpy are told apart from those quickly.
+bool isNumpyArraySubclass(PyObject* obj) {
+  return (PyType_GetFlags(Py_TYPE(obj)) & Py_TPFLAGS_HEAPTYPE) != 0 &&
+         isInstanceOf(obj, "numpy", "ndarray");
 }
 
 // The converters of the interpreter's own static types, found without looking at names. Those types
@@ -106,7 +114,9 @@ const std::shared_ptr<ConvertToZorvanDataArray>& ConvertToZorvanDataArrayFactory
     setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
     return null;
   } else if (PythonNdPyArray::exportsBuffer(obj)) {
-    return map.at("<buffer>").converter;
+    return map.at(isNumpyArraySubclass(obj) ? "numpy.ndarray" : "<buffer>").converter;
+  } else if (isPandasDataFrame(obj)) {
+    return map.at("pandas.DataFrame").converter;
   } else if (PyMapping_Check(obj)) {
     return map.at("zorvan.dictionary").converter;
   }

@@ -1,0 +1,46 @@
+// Reads the columns of values of a message as elements of an array.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "message/array_fields.h"
+#include "zorvandata/buffer.h"
+#include "zorvandata/item_list.h"
+
+namespace foundation::protobuf {
+
+// For the arrays of one message, which share their texts' memory. Every function throws an
+// Exception of the data-array library where the columns make no sense.
+class ItemDecoder {
+ public:
+  // The owner keeps the bytes of the message as they are, or is NULL.
+  explicit ItemDecoder(std::shared_ptr<const void> owner) : owner_(std::move(owner)) {}
+
+  // Texts: char rows, strings or the names of enumeration members.
+  zorvandata::ItemList texts(const ArrayFields& fields, size_t count, zorvandata::ArrayType type);
+  zorvandata::ItemList integers(zorvandata::ArrayType type, const ArrayFields& fields,
+                                size_t count);
+  zorvandata::ItemList scalars(zorvandata::ArrayType type, std::string_view elements);
+  zorvandata::ItemList mixed(const ArrayFields& fields);
+  zorvandata::ItemList references(const ArrayFields& fields, size_t count);
+
+  // A char row of UTF-16 units, a scalar of a dense type.
+  static void appendRow(zorvandata::ItemList& list, std::string_view elements);
+  static void appendScalar(zorvandata::ItemList& list, zorvandata::ArrayType type,
+                           const char* value);
+
+  // Bytes of the message for longer: lent if there is an owner and enough of them to be worth it.
+  zorvandata::Buffer kept(std::string_view bytes) const;
+  const std::shared_ptr<zorvandata::Arena>& arena();
+
+ private:
+  // Each element's position among a few short texts.
+  zorvandata::ItemList repeatedTexts(const ArrayFields& fields, size_t count,
+                                     zorvandata::ArrayType type);
+
+  std::shared_ptr<const void> owner_;
+  std::shared_ptr<zorvandata::Arena> arena_;
+};
+
+}  // namespace foundation::protobuf
