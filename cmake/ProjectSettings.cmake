@@ -15,6 +15,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 add_compile_options(-Wall -Wextra -Wshadow)
+# Results must not depend on which instructions the machine has: no fused multiplications.
+add_compile_options(-ffp-contract=off)
 
 # One folder is one static library: its name is the folder's, its sources are all there are in it.
 function(add_folder_library name)

@@ -44,7 +44,8 @@ const Array& emptyRecord(ArrayType type) {
 
 class Decoder {
  public:
-  explicit Decoder(std::shared_ptr<const void> owner) : items_(std::move(owner)) {}
+  Decoder(std::shared_ptr<const void> owner, size_t messageSize)
+      : items_(std::move(owner), messageSize) {}
 
   Array array(const ArrayBytes& message) {
     ArrayFields fields;
@@ -221,10 +222,14 @@ class Decoder {
 
 }  // namespace
 
-Array decodeArray(const ArrayBytes& array) { return Decoder(nullptr).array(array); }
+Array decodeArray(const ArrayBytes& array) {
+  return Decoder(nullptr, array.bytes.size()).array(array);
+}
 
 ItemList decodeEach(const std::vector<ArrayBytes>& arrays, std::shared_ptr<const void> owner) {
-  Decoder decoder(std::move(owner));
+  size_t size = 0;
+  for (const ArrayBytes& array : arrays) size += array.bytes.size();
+  Decoder decoder(std::move(owner), size);
   ItemList items;
   items.reserve(arrays.size());
   for (const ArrayBytes& array : arrays) decoder.appendTo(items, array, 1);

@@ -1,8 +1,9 @@
 // The one codec between data arrays and messages.
 //
 // Encoding measures first and then writes forward into memory of exactly that size. Decoding reads
-// the bytes once, trusts none of them, and copies what it keeps. Both throw std::exception of
-// their own or of the data-array library; no state outlives a call.
+// the bytes once, trusts none of them, and copies what it keeps unless told that it may refer to
+// it. Both throw std::exception of their own or of the data-array library; no state outlives a
+// call.
 #pragma once
 
 #include <cstddef>

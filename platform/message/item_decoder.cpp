@@ -248,8 +248,11 @@ ItemList ItemDecoder::references(const ArrayFields& fields, size_t count) {
 
 Buffer ItemDecoder::kept(std::string_view bytes) const {
   constexpr size_t kWorthLending = 4096;
-  return owner_ && bytes.size() >= kWorthLending ? Buffer::lent(owner_, bytes.data(), bytes.size())
-                                                 : Buffer::copyOf(bytes.data(), bytes.size());
+  constexpr size_t kFairShare = 4;
+  const bool isLent =
+      owner_ && bytes.size() >= kWorthLending && bytes.size() >= messageSize_ / kFairShare;
+  return isLent ? Buffer::lent(owner_, bytes.data(), bytes.size())
+                : Buffer::copyOf(bytes.data(), bytes.size());
 }
 
 const std::shared_ptr<Arena>& ItemDecoder::arena() {

@@ -14,8 +14,9 @@ namespace foundation::protobuf {
 // Exception of the data-array library where the columns make no sense.
 class ItemDecoder {
  public:
-  // The owner keeps the bytes of the message as they are, or is NULL.
-  explicit ItemDecoder(std::shared_ptr<const void> owner) : owner_(std::move(owner)) {}
+  // The owner keeps the bytes of the message, so many, as they are; or it is NULL.
+  ItemDecoder(std::shared_ptr<const void> owner, size_t messageSize)
+      : owner_(std::move(owner)), messageSize_(messageSize) {}
 
   // Texts: char rows, strings or the names of enumeration members.
   zorvandata::ItemList texts(const ArrayFields& fields, size_t count, zorvandata::ArrayType type);
@@ -30,7 +31,8 @@ class ItemDecoder {
   static void appendScalar(zorvandata::ItemList& list, zorvandata::ArrayType type,
                            const char* value);
 
-  // Bytes of the message for longer: lent if there is an owner and enough of them to be worth it.
+  // Bytes of the message for longer: lent if there is an owner and they are no small part of what
+  // it keeps, else copied.
   zorvandata::Buffer kept(std::string_view bytes) const;
   const std::shared_ptr<zorvandata::Arena>& arena();
 
@@ -40,6 +42,7 @@ class ItemDecoder {
                                      zorvandata::ArrayType type);
 
   std::shared_ptr<const void> owner_;
+  size_t messageSize_;
   std::shared_ptr<zorvandata::Arena> arena_;
 };
 

@@ -94,13 +94,6 @@ bool putUniform(Sink& sink, const ItemColumn& column) {
   return true;
 }
 
-// The records' own columns; NULL where they hold their values in another way.
-const FieldColumns* fieldColumns(const ItemColumn* column) {
-  const auto* records = column ? column->as<RecordColumn>() : nullptr;
-  const ItemColumn* fields = records ? records->records.impl().items().column() : nullptr;
-  return fields ? fields->as<FieldColumns>() : nullptr;
-}
-
 }  // namespace
 
 template <class Sink>
@@ -120,10 +113,10 @@ void putTexts(Sink& sink, const ItemList& items) {
 template <class Sink>
 void putItems(Sink& sink, const ItemList& items, bool ofCell) {
   const ItemColumn* column = items.column();
-  const FieldColumns* fields = ofCell ? fieldColumns(column) : nullptr;
-  if (fields) {
-    putRecordHead(sink, column->as<RecordColumn>()->records.impl());
-    return putColumn(sink, *fields);
+  const auto* records = column && ofCell ? column->as<RecordColumn>() : nullptr;
+  if (records && records->fields()) {
+    putRecordHead(sink, records->records.impl());
+    return putColumn(sink, *records->fields());
   }
   if (column && putUniform<ScalarColumn>(sink, *column)) return;
   if (column && putUniform<TextColumn>(sink, *column)) return;

@@ -18,7 +18,9 @@ class TakenBytes final : public Storage {
   TakenBytes& operator=(const TakenBytes&) = delete;
 
   const std::byte* data() override { return bytes_; }
-  void copyTo(std::byte* out) override { std::memcpy(out, bytes_, size_); }
+  void copyTo(std::byte* out) override {
+    if (size_) std::memcpy(out, bytes_, size_);
+  }
   bool writable() const override { return true; }
 
  private:
@@ -41,6 +43,10 @@ void GrowingBytes::grow(size_t more) {
 
 Buffer GrowingBytes::finish() {
   const size_t size = std::exchange(size_, 0);
+  if (size > 0 && size < capacity_ / 4 * 3) {
+    // A smaller place for the same bytes; that there is none is no reason to fail.
+    if (void* trimmed = std::realloc(bytes_, size)) bytes_ = static_cast<std::byte*>(trimmed);
+  }
   auto storage = std::make_shared<TakenBytes>(bytes_, size);
   bytes_ = nullptr;
   capacity_ = 0;

@@ -11,9 +11,11 @@ namespace {
 
 // All the differences of neighbours or-ed: negative when one of them is.
 int64_t orOfDifferences(const int64_t* at, size_t count) {
-  int64_t all = 0;
-  for (size_t i = 0; i < count; ++i) all |= at[i + 1] - at[i];
-  return all;
+  uint64_t all = 0;
+  for (size_t i = 0; i < count; ++i) {
+    all |= static_cast<uint64_t>(at[i + 1]) - static_cast<uint64_t>(at[i]);
+  }
+  return static_cast<int64_t>(all);
 }
 
 }  // namespace
@@ -63,6 +65,11 @@ size_t RecordColumn::size() const {
 }
 
 Item RecordColumn::operator[](size_t i) const { return Item::ofElement(records.impl(), i); }
+
+const FieldColumns* RecordColumn::fields() const {
+  const ItemColumn* column = records.impl().items().column();
+  return column ? column->as<FieldColumns>() : nullptr;
+}
 
 int RecordColumn::depth() const { return records.impl().depth(); }
 

@@ -83,9 +83,13 @@ struct RepeatedTextColumn {
 
 // The elements of a struct or object array, each as a 1-by-1 array, or the rows of a cell matrix,
 // each as a 1-by-N cell: records of which every field is a column.
+struct FieldColumns;
+
 struct RecordColumn {
   Array records;
 
+  // What the records hold their values as; NULL where it is something else.
+  const FieldColumns* fields() const;
   size_t size() const;
   Item operator[](size_t i) const;
   int depth() const;

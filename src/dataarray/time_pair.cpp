@@ -115,7 +115,7 @@ constexpr double kUpper = 0x1p84;
 
 ZORVAN_VECTOR_WIDTHS bool divideBlock(const int64_t* __restrict counts, double divisor,
                                       std::byte* quotients) {
-  auto* __restrict out = reinterpret_cast<LooseDouble*>(quotients);
+  LooseDouble* __restrict out = reinterpret_cast<LooseDouble*>(quotients);
   constexpr uint64_t kBias = uint64_t{1} << 51;
   uint64_t seen = 0;
   for (size_t i = 0; i < kBlock; ++i) {
@@ -137,7 +137,7 @@ inline double nearestWhole(double number) {
 template <int64_t divisor>
 __attribute__((always_inline)) inline bool pairBlock(const int64_t* __restrict counts,
                                                      std::byte* pairs) {
-  auto* __restrict out = reinterpret_cast<LooseDouble*>(pairs);
+  LooseDouble* __restrict out = reinterpret_cast<LooseDouble*>(pairs);
   static_assert(divisor == 1000 || divisor == 1'000'000);
   // Less than 2**51 milliseconds.
   constexpr uint64_t kBias = uint64_t{1} << (divisor == 1000 ? 59 : 62);

@@ -53,6 +53,7 @@ class BytesArgument {
     PyObject* obj = args.items[0];
     if (Py_TYPE(obj) == &PyBytes_Type) {
       object_ = obj;
+      isBytes_ = true;
       bytes_ = {PyBytes_AsString(obj), static_cast<size_t>(PyBytes_Size(obj))};
     } else if (PyObject_GetBuffer(obj, &view_, PyBUF_SIMPLE) == 0) {
       object_ = obj;
@@ -60,7 +61,7 @@ class BytesArgument {
     }
   }
   ~BytesArgument() {
-    if (view_.obj) PyBuffer_Release(&view_);
+    if (object_ && !isBytes_) PyBuffer_Release(&view_);
   }
   BytesArgument(const BytesArgument&) = delete;
   BytesArgument& operator=(const BytesArgument&) = delete;
@@ -72,12 +73,13 @@ class BytesArgument {
   // be worth it; NULL for memory that may change.
   std::shared_ptr<const void> owner() const {
     constexpr size_t kWorthKeeping = 4096;
-    if (view_.obj || bytes_.size() < kWorthKeeping) return nullptr;
+    if (!isBytes_ || bytes_.size() < kWorthKeeping) return nullptr;
     return std::make_shared<const PyObjectWithGuard>(PyObjectWithGuard::newReference(object_));
   }
 
  private:
   PyObject* object_ = nullptr;
+  bool isBytes_ = false;
   Py_buffer view_ = {};
   std::string_view bytes_;
 };

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "to_array/pandas_objects.h"
 #include "types/ndpy_array_bridge.h"
@@ -57,15 +58,16 @@ struct ArrowTexts {
   ArrowBuffer validity;  // a bit each; empty when there is no gap
   ArrowBuffer offsets;   // one more than there are texts
   ArrowBuffer texts;
+  size_t offsetWidth = 0;
   size_t start = 0;
-  size_t count = 0;
+  size_t count = 0;  // at least one
 
   bool isGap(size_t i) const {
     const size_t bit = start + i;
     return validity.size() > 0 && ((validity.data()[bit / 8] >> (bit % 8)) & 1) == 0;
   }
-  // Whether there are all those that it says there are; offsets have that many bytes.
-  bool isWhole(size_t offsetWidth) const {
+  // Whether there is all the memory that it takes.
+  bool isWhole() const {
     const size_t end = start + count;
     return offsets.size() / offsetWidth > end &&
            (validity.size() == 0 || validity.size() > (end - 1) / 8);
@@ -158,56 +160,72 @@ void appendPiece(const ArrowTexts& piece, TextColumnBuilder& column) {
   }
 }
 
-// Whether the memory of a piece can be shared as it is: its offsets are those of a TextColumn, and
-// nothing stands where there is a gap.
-bool canBeShared(const ArrowTexts& piece, size_t offsetWidth) {
-  const char* offsets = piece.offsets.data();
-  if (offsetWidth != sizeof(int64_t) || reinterpret_cast<uintptr_t>(offsets) % alignof(int64_t)) {
-    return false;
-  }
+// Whether a piece's texts can be shared as they are: nothing stands where there is a gap.
+bool canBeShared(const ArrowTexts& piece, const int64_t* offsets) {
   if (piece.validity.size() == 0) return true;
-  const auto* at = reinterpret_cast<const int64_t*>(offsets) + piece.start;
   for (size_t i = 0; i < piece.count; ++i) {
-    if (piece.isGap(i) && at[i + 1] != at[i]) return false;
+    if (piece.isGap(i) && offsets[i + 1] != offsets[i]) return false;
   }
   return true;
 }
 
-ItemList sharedTexts(const ArrowTexts& piece) {
-  constexpr size_t kWidth = sizeof(int64_t);
-  return makeColumn(
-      TextColumn::checked(ArrayType::ZORVAN_STRING,
-                          piece.offsets.part(piece.start * kWidth, (piece.count + 1) * kWidth),
-                          piece.texts.part(0, piece.texts.size())));
+// The texts in Arrow's own memory; absent when they cannot be shared. The offsets are copied:
+// Python code that comes later may still write to Arrow's.
+std::optional<TextColumn> sharedTexts(const ArrowTexts& piece) {
+  Buffer offsets = Buffer::copyOf(piece.offsets.data() + piece.start * sizeof(int64_t),
+                                  (piece.count + 1) * sizeof(int64_t));
+  if (!canBeShared(piece, reinterpret_cast<const int64_t*>(offsets.data()))) return std::nullopt;
+  return TextColumn::ofUtf8(ArrayType::ZORVAN_STRING, std::move(offsets),
+                            piece.texts.part(0, piece.texts.size()));
+}
+
+TextColumn joinedTexts(const std::vector<ArrowTexts>& pieces, size_t count) {
+  TextColumnBuilder column(ArrayType::ZORVAN_STRING, count);
+  for (const ArrowTexts& piece : pieces) {
+    if (piece.offsetWidth == sizeof(int32_t)) {
+      appendPiece<int32_t>(piece, column);
+    } else {
+      appendPiece<int64_t>(piece, column);
+    }
+  }
+  return column.finish();
+}
+
+// The pieces that hold any texts, made sure of. Absent when Arrow keeps them in a form of its own,
+// or with a Python error set.
+std::optional<std::vector<ArrowTexts>> readPieces(const PyObjectWithGuard& list) {
+  std::vector<ArrowTexts> pieces;
+  const Py_ssize_t count = PyList_Size(list.get());
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    const auto piece = PyObjectWithGuard::newReference(PyList_GetItem(list.get(), i));
+    const size_t width = piece ? offsetWidth(piece.get()) : 0;
+    if (width == 0) return std::nullopt;
+    std::optional<ArrowTexts> texts = readPiece(piece.get());
+    if (!texts) return std::nullopt;
+    if (texts->count == 0) continue;
+    texts->offsetWidth = width;
+    if (!texts->isWhole()) throwBroken();
+    pieces.push_back(std::move(*texts));
+  }
+  return pieces;
 }
 
 }  // namespace
 
 std::optional<ItemList> readArrowTexts(PyObject* series) {
   if (!isKeptByArrow(series)) return std::nullopt;
-  const PyObjectWithGuard pieces = piecesOf(series);
-  const Py_ssize_t rows = pieces ? PyObject_Size(series) : -1;
+  const PyObjectWithGuard list = piecesOf(series);
+  const Py_ssize_t rows = list ? PyObject_Size(series) : -1;
   if (rows < 0) return std::nullopt;
-  TextColumnBuilder column(ArrayType::ZORVAN_STRING, boost::numeric_cast<size_t>(rows));
-  const Py_ssize_t count = PyList_Size(pieces.get());
-  for (Py_ssize_t i = 0; i < count; ++i) {
-    const auto piece = PyObjectWithGuard::newReference(PyList_GetItem(pieces.get(), i));
-    const size_t width = piece ? offsetWidth(piece.get()) : 0;
-    if (width == 0) return std::nullopt;
-    const std::optional<ArrowTexts> texts = readPiece(piece.get());
-    if (!texts) return std::nullopt;
-    if (texts->count == 0) continue;
-    if (!texts->isWhole(width)) throwBroken();
-    if (texts->count == static_cast<size_t>(rows) && canBeShared(*texts, width)) {
-      return sharedTexts(*texts);
-    }
-    if (width == sizeof(int32_t)) {
-      appendPiece<int32_t>(*texts, column);
-    } else {
-      appendPiece<int64_t>(*texts, column);
-    }
+  const std::optional<std::vector<ArrowTexts>> pieces = readPieces(list);
+  if (!pieces) return std::nullopt;
+  size_t count = 0;
+  for (const ArrowTexts& piece : *pieces) count += piece.count;
+  if (count != boost::numeric_cast<size_t>(rows)) throwBroken();
+  if (pieces->size() == 1 && pieces->front().offsetWidth == sizeof(int64_t)) {
+    if (auto shared = sharedTexts(pieces->front())) return makeColumn(std::move(*shared));
   }
-  return makeColumn(column.finish());
+  return makeColumn(joinedTexts(*pieces, count));
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -116,7 +116,7 @@ std::optional<Array> makeNumbers(const PyObjectWithGuard& list, ArrayType type) 
   const size_t size = elementSize(type);
   Buffer buffer = Buffer::uninitialized(items->size() * size);
   std::byte* out = buffer.mutableData();
-  for (const Item& item : *items) {
+  for (const Item item : *items) {
     std::memcpy(out, item.scalarData(), size);
     out += size;
   }

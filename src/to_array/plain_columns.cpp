@@ -1,5 +1,7 @@
 #include "to_array/plain_columns.h"
 
+#include "to_array/sequence_elements.h"
+
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::ArrayType;
@@ -16,27 +18,14 @@ using foundation::zorvandata::TextColumnBuilder;
 
 namespace {
 
-// Every `at` below gives a borrowed reference to the element at a position.
-
-struct ListElements {
-  PyObject* list;
-  PyObject* operator()(size_t i) const { return PyList_GetItem(list, static_cast<Py_ssize_t>(i)); }
-};
-
-struct TupleElements {
-  PyObject* tuple;
-  PyObject* operator()(size_t i) const {
-    return PyTuple_GetItem(tuple, static_cast<Py_ssize_t>(i));
-  }
-};
-
 // Elements of one type as numbers; `read` returns false with a Python error set.
-template <class T, class At, class Read>
-std::optional<ItemList> numbers(size_t count, const At& at, PyTypeObject* type, const Read& read) {
+template <class T, class Read>
+std::optional<ItemList> numbers(const Sequence& sequence, PyTypeObject* type, const Read& read) {
+  const size_t count = sequence.size();
   Buffer elements = Buffer::uninitialized(count * sizeof(T));
   T* out = reinterpret_cast<T*>(elements.mutableData());
   for (size_t i = 0; i < count; ++i) {
-    PyObject* obj = at(i);
+    PyObject* obj = sequence[i];
     if (Py_TYPE(obj) != type || !read(obj, out[i])) return std::nullopt;
   }
   return makeColumn(ScalarColumn{ArrayTypeOf<T>::value, std::move(elements)});
@@ -61,24 +50,14 @@ bool readBool(PyObject* obj, bool& value) {
   return true;
 }
 
-template <class At>
-std::optional<ItemList> texts(size_t count, const At& at, ArrayType type) {
+std::optional<ItemList> texts(const Sequence& sequence, ArrayType type) {
+  const size_t count = sequence.size();
   TextGatherer gatherer(type, count);
   for (size_t i = 0; i < count; ++i) {
-    if (i + kAhead < count) __builtin_prefetch(at(i + kAhead));
-    if (!gatherer.append(at(i))) return std::nullopt;
+    if (i + kAhead < count) __builtin_prefetch(sequence[i + kAhead]);
+    if (!gatherer.append(sequence[i])) return std::nullopt;
   }
   return gatherer.finish();
-}
-
-template <class At>
-std::optional<ItemList> uniform(size_t count, const At& at) {
-  if (count < kColumnFrom) return std::nullopt;
-  PyTypeObject* type = Py_TYPE(at(0));
-  if (type == &PyFloat_Type) return numbers<double>(count, at, type, readFloat);
-  if (type == &PyLong_Type) return numbers<int64_t>(count, at, type, readInt);
-  if (type == &PyBool_Type) return numbers<bool>(count, at, type, readBool);
-  return type == &PyUnicode_Type ? texts(count, at, ArrayType::CHAR) : std::nullopt;
 }
 
 // The element type of the numbers that objects of a plain type become, UNKNOWN for texts.
@@ -175,16 +154,17 @@ std::optional<ItemList> PlainGatherer::finish() {
 }
 
 std::optional<ItemList> uniformColumn(PyObject* listOrTuple) {
-  if (PyList_Check(listOrTuple)) {
-    const Py_ssize_t count = PyList_Size(listOrTuple);
-    return uniform(static_cast<size_t>(count), ListElements{listOrTuple});
-  }
-  const Py_ssize_t count = PyTuple_Size(listOrTuple);
-  return uniform(static_cast<size_t>(count), TupleElements{listOrTuple});
+  const Sequence sequence(listOrTuple);
+  if (sequence.size() < kColumnFrom) return std::nullopt;
+  PyTypeObject* type = Py_TYPE(sequence[0]);
+  if (type == &PyFloat_Type) return numbers<double>(sequence, type, readFloat);
+  if (type == &PyLong_Type) return numbers<int64_t>(sequence, type, readInt);
+  if (type == &PyBool_Type) return numbers<bool>(sequence, type, readBool);
+  return type == &PyUnicode_Type ? texts(sequence, ArrayType::CHAR) : std::nullopt;
 }
 
 std::optional<ItemList> textColumn(PyObject* list, ArrayType type) {
-  return texts(static_cast<size_t>(PyList_Size(list)), ListElements{list}, type);
+  return texts(Sequence(list), type);
 }
 
 }  // namespace PythonZorvanDataArray::detail

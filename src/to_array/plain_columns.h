@@ -1,7 +1,7 @@
 // Sequences of plain values as columns, without a converter's call for each of them.
 //
 // Plain are the values of exactly the types float, int, bool and str: to read one runs no Python
-// code, so that borrowed references hold.
+// code, so that borrowed references hold, until one fails. Then nothing borrowed is touched again.
 #pragma once
 
 #include <cstring>

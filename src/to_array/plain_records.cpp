@@ -8,6 +8,7 @@
 #include "to_array/converter_factory.h"
 #include "to_array/plain_columns.h"
 #include "to_array/py_dict_to_struct.h"
+#include "to_array/sequence_elements.h"
 #include "util/nesting_guard.h"
 #include "zorvandata/array_impl.h"
 #include "zorvandata/item_column.h"
@@ -27,29 +28,9 @@ using PythonUtil::PyObjectWithGuard;
 
 namespace {
 
-// Borrowed, from lists and dicts that nobody changes as long as no Python code runs.
+// Borrowed, from lists and dicts that nobody changes as long as no Python code runs: until a value
+// fails.
 using Objects = std::vector<PyObject*>;
-
-class Sequence {
- public:
-  explicit Sequence(PyObject* listOrTuple)
-      : object_(listOrTuple), isList_(PyList_Check(listOrTuple)) {}
-  static bool accepts(PyObject* obj) {
-    return Py_TYPE(obj) == &PyList_Type || Py_TYPE(obj) == &PyTuple_Type;
-  }
-
-  size_t size() const {
-    return static_cast<size_t>(isList_ ? PyList_Size(object_) : PyTuple_Size(object_));
-  }
-  PyObject* operator[](size_t i) const {
-    const auto at = static_cast<Py_ssize_t>(i);
-    return isList_ ? PyList_GetItem(object_, at) : PyTuple_GetItem(object_, at);
-  }
-
- private:
-  PyObject* object_;
-  bool isList_;
-};
 
 // Gathers the values of one field: plain ones of one type or, if that is known not to do, of any.
 class FieldGatherer {
@@ -83,7 +64,7 @@ class RecordGatherer {
   // False when the value does not fit, or with a Python error set.
   bool append(size_t field, PyObject* value) {
     if (fields_[field].append(value)) return true;
-    if (isPlain(value) && !PyErr_Occurred()) mixed_ = field;
+    if (!PyErr_Occurred() && isPlain(value)) mixed_ = field;
     return false;
   }
   // The field of one type in which a plain value of another type was met.

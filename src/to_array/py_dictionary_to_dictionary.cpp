@@ -98,7 +98,7 @@ bool allOf(const ItemList& items, Item::Form form, ArrayType type) {
 Array combineDoubles(const ItemList& items, const Dimensions& dims) {
   Buffer buffer = Buffer::uninitialized(items.size() * sizeof(double));
   std::byte* out = buffer.mutableData();
-  for (const Item& item : items) {
+  for (const Item item : items) {
     std::memcpy(out, item.scalarData(), sizeof(double));
     out += sizeof(double);
   }
@@ -140,7 +140,7 @@ bool checkDistinct(const ItemList& keys) {
   std::unordered_set<std::string> others;
   texts.reserve(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
-    const Item& key = keys[i];
+    const Item key = keys[i];
     if (isNaN(key)) continue;
     const bool isNew = key.form() == Item::Form::kString
                            ? texts.insert(key.utf8()).second

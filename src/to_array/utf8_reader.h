@@ -9,12 +9,16 @@ namespace PythonZorvanDataArray::detail {
 
 // Asking a str for its UTF-8 is free for ASCII text, but leaves a second copy of any other text
 // inside the str for as long as it lives; so after the first text that is not ASCII the copy is
-// made outside, until an ASCII text comes again. Runs no Python code.
+// made outside, until an ASCII text comes again.
+//
+// Runs no Python code unless it fails: making the exception may start a garbage collection, and so
+// any finalizer. After a failure no borrowed reference is worth anything.
 class Utf8Reader {
  public:
   // The view is valid while `obj` and `copy` are alive. Its data is NULL, with the
   // UnicodeEncodeError of the UTF-16 encoder set, when the text has a lone surrogate.
   std::string_view read(PyObject* obj, PythonUtil::PyObjectWithGuard& copy) {
+    const auto held = PythonUtil::PyObjectWithGuard::newReference(obj);
     const Py_ssize_t length = PyUnicode_GetLength(obj);
     Py_ssize_t size = 0;
     const char* utf8 = nullptr;

@@ -53,12 +53,10 @@ PyObject* recordsToList(const ArrayImpl& records, const FieldColumns& columns) {
   return makeList(count, [&](size_t record) { return makeDict(*keys, fields, record); });
 }
 
-// The columns of structs and of rows of cells; NULL for other elements.
-const FieldColumns* fieldColumns(const RecordColumn& column) {
-  const ArrayImpl& records = column.records.impl();
-  const bool areObjects = records.type() != ArrayType::CELL && records.type() != ArrayType::STRUCT;
-  const ItemColumn* fields = areObjects ? nullptr : records.items().column();
-  return fields ? fields->as<FieldColumns>() : nullptr;
+// Objects have converters of their own.
+bool areObjects(const RecordColumn& column) {
+  const ArrayType type = column.records.getType();
+  return type != ArrayType::CELL && type != ArrayType::STRUCT;
 }
 
 }  // namespace
@@ -66,8 +64,9 @@ const FieldColumns* fieldColumns(const RecordColumn& column) {
 PyObject* itemsToList(const ItemList& items, Empties empties) {
   const ItemColumn* column = items.column();
   const auto* records = column ? column->as<RecordColumn>() : nullptr;
-  const FieldColumns* fields = records ? fieldColumns(*records) : nullptr;
-  if (fields) return recordsToList(records->records.impl(), *fields);
+  if (records && records->fields() && !areObjects(*records)) {
+    return recordsToList(records->records.impl(), *records->fields());
+  }
   ElementMaker maker(items, empties);
   return makeList(items.size(), [&maker](size_t i) { return maker.make(i); });
 }

@@ -58,7 +58,7 @@ PyObject* makeAwareArray(const Array& data, const DatetimeMaker& maker) {
 }
 
 PyObject* makeDates(const ItemList& items, size_t position, const DatetimeMaker& maker) {
-  const Item& item = items[position];
+  const Item item = items[position];
   const bool isComplex = item.type() == ArrayType::COMPLEX_DOUBLE;
   if (item.form() == Item::Form::kScalar) {
     return isComplex ? makeScalar(item.scalar<TimePair>(), maker)

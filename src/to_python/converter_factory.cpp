@@ -49,7 +49,7 @@ const ConvertZDAToPyObjectFactory::Converter* ConvertZDAToPyObjectFactory::find(
 }
 
 PyObject* ConvertZDAToPyObjectFactory::convertElement(const ItemList& items, size_t i) {
-  const Item& item = items[i];
+  const Item item = items[i];
   if (item.form() == Item::Form::kArray) {
     const Array array = items.get(i);
     const Converter converter = getConverter(array, false);

@@ -20,7 +20,7 @@ PyObject* LogicalToPyBool::convert(const Array& array) const {
 }
 
 PyObject* LogicalToPyBool::convertItem(const ItemList& items, size_t i) const {
-  const Item& item = items[i];
+  const Item item = items[i];
   if (item.form() != Item::Form::kScalar) return ConvertZDAToPyObject::convertItem(items, i);
   return convertNumericElem(item.scalar<bool>());
 }

@@ -66,7 +66,7 @@ class ScalarToPyNumber : public ConvertZDAToPyObject {
   }
   PyObject* convertItem(const foundation::zorvandata::ItemList& items, size_t i) const override {
     using foundation::zorvandata::Item;
-    const Item& item = items[i];
+    const Item item = items[i];
     if (item.form() != Item::Form::kScalar) return ConvertZDAToPyObject::convertItem(items, i);
     if (isComplex(item.type())) return convertNumericElem(item.scalar<std::complex<T>>());
     return convertNumericElem(item.scalar<T>());

@@ -50,7 +50,7 @@ PyObject* StructToPyDict::convert(const Array& array) const {
 }
 
 PyObject* StructToPyDict::convertItem(const ItemList& items, size_t i) const {
-  const Item& item = items[i];
+  const Item item = items[i];
   if (item.form() != Item::Form::kElement) return ConvertZDAToPyObject::convertItem(items, i);
   return makeDict(item.array(), item.element(), sharedFieldKeys(item.array().layout()));
 }

@@ -74,7 +74,8 @@ TextColumn gatherTexts(const TextColumn& distinct, const uint32_t* positions, si
     if (text.whole.size() > kShort) std::memcpy(out, text.whole.data(), text.whole.size());
     out += text.whole.size();
   }
-  return {ArrayType::ZORVAN_STRING, std::move(offsets), std::move(bytes), {}};
+  return {
+      ArrayType::ZORVAN_STRING, std::move(offsets), Buffer::shared(bytes.toStorage(), size), {}};
 }
 
 // Surrogates, and nothing else in stored text, have ED and a byte from A0 on.

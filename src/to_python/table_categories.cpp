@@ -6,6 +6,7 @@
 
 #include "to_python/table_arrow_texts.h"
 #include "to_python/table_image.h"
+#include "to_python/text_converters.h"
 #include "to_python/vectors.h"
 #include "util/python_error.h"
 #include "zorvandata/visitor.h"
@@ -29,8 +30,7 @@ constexpr bool isCode =
 std::optional<std::vector<PyObjectWithGuard>> makeStrs(const std::vector<std::string>& texts) {
   std::vector<PyObjectWithGuard> strs;
   for (const std::string& text : texts) {
-    strs.push_back(PyObjectWithGuard::owned(
-        PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "strict")));
+    strs.push_back(PyObjectWithGuard::owned(makeText(text)));
     if (!strs.back()) return std::nullopt;
   }
   return strs;

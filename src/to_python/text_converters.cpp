@@ -46,7 +46,7 @@ PyObject* CharToPyStr::convert(const Array& array) const {
 }
 
 PyObject* CharToPyStr::convertItem(const ItemList& items, size_t i) const {
-  const Item& item = items[i];
+  const Item item = items[i];
   if (item.form() != Item::Form::kText) return ConvertZDAToPyObject::convertItem(items, i);
   return makeText(item.utf8());
 }
@@ -58,7 +58,7 @@ PyObject* ZVStringToPyStr::convert(const Array& array) const {
 }
 
 PyObject* ZVStringToPyStr::convertItem(const ItemList& items, size_t i) const {
-  const Item& item = items[i];
+  const Item item = items[i];
   switch (item.form()) {
     case Item::Form::kString:
       return makeText(item.utf8());

@@ -28,8 +28,9 @@ TimePair pairOf(TimePair time) { return time; }
 // the nearest whole number, which then stands in its last bits.
 constexpr double kShift = 0x1.8p52;
 
-int64_t lastBits(double shifted) {
-  int64_t bits = 0;
+// Unsigned, because of numbers that are too large it is anything.
+uint64_t lastBits(double shifted) {
+  uint64_t bits = 0;
   std::memcpy(&bits, &shifted, sizeof bits);
   return bits - 0x4338'0000'0000'0000;  // the bits of kShift
 }
@@ -47,7 +48,8 @@ bool countQuickly(TimePair time, int64_t& count) {
   if (!(std::abs(time.real()) < kNear<perMillisecond> && std::abs(time.imag()) <= 1.0))
     return false;
   const double fraction = fractionOf(time) * static_cast<double>(perMillisecond);
-  count = lastBits(time.real() + kShift) * perMillisecond + lastBits(fraction + kShift);
+  count = static_cast<int64_t>(lastBits(time.real() + kShift) * perMillisecond +
+                               lastBits(fraction + kShift));
   return true;
 }
 
@@ -103,8 +105,9 @@ __attribute__((always_inline)) inline BlockFlags countBlock(const LooseDouble* _
     uint64_t fine = finerBits - 1 - bitsOfSize(fraction * 1e3 - us);
     if (!isPair) fine &= 0 - bitsOfSize((whole * 1e3 + us) / 1e3 - time.real());
     tooFine |= fine;
-    counts[i] =
-        lastBits(time.real() + kShift) * perMillisecond + lastBits(fraction * scale + kShift);
+    counts[i] = static_cast<int64_t>(lastBits(time.real() + kShift) *
+                                         static_cast<uint64_t>(perMillisecond) +
+                                     lastBits(fraction * scale + kShift));
   }
   return {tooFar >> 63 == 0, tooFine >> 63 == 0};
 }

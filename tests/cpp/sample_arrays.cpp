@@ -157,7 +157,7 @@ std::vector<Sample> columns() {
       {"many doubles", many(number)},
       {"many logicals", many([](int i) { return kFactory.createScalar(i % 2 == 0); })},
       {"many integers",
-       many([](int i) { return kFactory.createScalar(INT64_MIN >> (3 * i) << (i % 2)); })},
+       many([](int i) { return kFactory.createScalar((INT64_MIN >> (3 * i)) + (i % 2)); })},
       {"many unsigned", many([](int i) { return kFactory.createScalar(UINT64_MAX >> (3 * i)); })},
       {"many singles", many([](int i) { return kFactory.createScalar(0.5F * i); })},
       {"many texts", many(text)},

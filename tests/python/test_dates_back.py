@@ -255,3 +255,11 @@ def test_only_what_needs_numpy_misses_it(messages):
         ["1970-01-01 01:00:00+01:00", "0:00:00.001000", "failed to import module 'numpy'"],
         "",
     )
+
+
+def test_halves_of_a_nanosecond_round_alike_in_long_and_short_arrays(decode):
+    """Long arrays are counted by vector instructions."""
+    halves = (numpy.arange(1, 2049) + 0.5) / 1e6
+    together = decode(duration(*halves))
+    one_by_one = [decode(duration(*halves[i : i + 2])) for i in range(0, halves.size, 2)]
+    assert numpy.array_equal(together, numpy.concatenate(one_by_one, axis=1))

@@ -1,5 +1,6 @@
 """Bytes and objects made to do harm: they fail in order, or do no harm. A crash ends the run."""
 
+import codecs
 import pathlib
 import sys
 
@@ -310,7 +311,7 @@ def test_objects_whose_questions_fail():
         (Broken(b"x"), ZeroDivisionError, "class"),
         (Array(), AttributeError, "unable to retrieve attribute '_is_complex'"),
         (Undecided(), TypeError, "'NoneType' object is not callable"),
-        (np.array(["2020"], "M8[s]").view(np.recarray), ValueError, "cannot include dtype 'M'"),
+        (np.zeros(2, [("t", "M8[s]")]), ValueError, "cannot include dtype 'M'"),
     ):
         for argument in (value, [1, value], {"a": value}):
             with pytest.raises(error, match=text):
@@ -377,3 +378,23 @@ def test_odd_field_names():
         for argument in (fields, [fields], {"outer": fields}):
             with pytest.raises(ValueError, match="twice"):
                 py_pb.py_to_serialized_str((argument,))
+
+
+@pytest.mark.parametrize("wrap", [lambda text: text, lambda text: [text, 1], lambda text: {"k": text}])
+def test_code_that_runs_because_a_text_fails(wrap):
+    """The handler of encoding errors may change the very list that is being read."""
+    strict = codecs.lookup_error("strict")
+
+    def clear(error):
+        values.clear()
+        raise error
+
+    codecs.register_error("strict", clear)
+    try:
+        for count in (20, 300):
+            for same in (True, False):
+                values = [wrap("\ud800" + "x" * (1 if same else i)) for i in range(count)]
+                with pytest.raises(UnicodeEncodeError):
+                    py_pb.py_to_serialized_str((values,))
+    finally:
+        codecs.register_error("strict", strict)

@@ -382,11 +382,63 @@ def test_every_layout_of_the_memory_behind_columns():
         assert [each[2] for each in sent.values()] == values.T.tolist()
 
 
+def arrow_backed(length, arrow_length):
+    """A column that says to be as long as `length`, and Arrow to keep it."""
+
+    class Liar(pd.api.extensions.ExtensionArray):
+        dtype = pd.StringDtype("pyarrow")
+        nbytes = 0
+
+        def __len__(self):
+            return length
+
+        def __getitem__(self, item):
+            return "a" if isinstance(item, int) else self
+
+        def isna(self):
+            return np.zeros(length, bool)
+
+        def copy(self):
+            return self
+
+        def __arrow_array__(self, type=None):
+            return pa.chunked_array([pa.array(["abc"] * arrow_length, pa.string())])
+
+    return pd.DataFrame({"a": pd.Series(Liar())})
+
+
+@needs_arrow
+@pytest.mark.parametrize("lengths", [(20, 5000), (5000, 20), (5000, 0)])
+def test_arrow_texts_of_another_number_than_the_column_says(lengths):
+    with pytest.raises(ValueError, match="memory of a pandas.DataFrame column is broken"):
+        py_pb.py_to_serialized_str([arrow_backed(*lengths)])
+
+
+@needs_arrow
+def test_arrow_memory_that_a_later_argument_changes():
+    offsets = np.arange(0, 3 * 2001, 3, dtype="i8")
+    texts = pa.LargeStringArray.from_buffers(
+        2000, pa.py_buffer(offsets), pa.py_buffer(b"abc" * 2000)
+    )
+    frame = pd.DataFrame({"a": pd.array(texts, dtype=pd.StringDtype("pyarrow"))})
+
+    class Zone(dt.tzinfo):
+        def utcoffset(self, _when):
+            offsets[1:] = 10**7
+            return dt.timedelta(0)
+
+    when = dt.datetime(2020, 1, 1, tzinfo=Zone())
+    sent = py_pb.serialized_str_to_py(py_pb.py_to_serialized_str([frame, when]))[0]
+    assert list(sent["a"]) == ["abc"] * 2000
+
+
 def test_frames_are_told_by_their_class_and_may_lie_anywhere():
     forged = type("DataFrame", (), {"__module__": "pandas", "columns": ["a"], "index": None})
     with pytest.raises(TypeError, match=UNSUPPORTED.format("pandas.DataFrame")):
         py_pb.py_to_serialized_str([forged()])
     inner = pd.DataFrame({"q": [1.0]})
+    derived = type("Derived", (pd.DataFrame,), {})(inner)
+    assert plain(inspect(derived)) == plain(inspect(inner))
     nested = column([inner], object)
     assert nested[2] == [plain(inspect(inner))]
     cyclic = pd.DataFrame({"x": pd.Series([None], dtype=object)})
