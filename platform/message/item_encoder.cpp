@@ -31,9 +31,12 @@ void putColumn(Sink& sink, const ScalarColumn& column) {
     const size_t size = column.elements.size();
     return sink.sized(kElements, size, [&] { sink.buffer(column.elements); });
   }
+  const std::byte* values = column.elements.data();
   sink.nested(kInts, [&] {
-    sink.varints(column.size(), [&column](size_t i) {
-      return WireFormatLite::ZigZagEncode64(column.value<int64_t>(i));
+    sink.varints(column.size(), [values](size_t i) {
+      int64_t value = 0;
+      std::memcpy(&value, values + i * sizeof(value), sizeof(value));
+      return WireFormatLite::ZigZagEncode64(value);
     });
   });
 }

@@ -21,18 +21,11 @@ constexpr size_t kColumnFrom = 16;
 // 1-by-1 arrays of one dense type other than char, end to end.
 struct ScalarColumn {
   ArrayType type;
-  Buffer elements;
+  Buffer elements;  // of any alignment
 
   size_t size() const { return elements.size() / elementSize(type); }
   Item operator[](size_t i) const {
     return Item::ofScalar(type, elements.data() + i * elementSize(type));
-  }
-  // The elements need not be aligned.
-  template <class T>
-  T value(size_t i) const {
-    T value;
-    std::memcpy(&value, elements.data() + i * sizeof(T), sizeof(T));
-    return value;
   }
   int depth() const { return 0; }
 };

@@ -67,8 +67,7 @@ PyObject* itemsToList(const ItemList& items, Empties empties) {
   if (records && records->fields() && !areObjects(*records)) {
     return recordsToList(records->records.impl(), *records->fields());
   }
-  ElementMaker maker(items, empties);
-  return makeList(items.size(), [&maker](size_t i) { return maker.make(i); });
+  return ElementMaker(items, empties).makeAll();
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -3,6 +3,7 @@
 #include "to_python/converter_factory.h"
 #include "to_python/numeric_converters.h"
 #include "to_python/text_converters.h"
+#include "to_python/vectors.h"
 #include "zorvandata/array_impl.h"
 #include "zorvandata/text.h"
 
@@ -104,6 +105,21 @@ PyObject* ElementMaker::make(size_t i) {
       break;
   }
   return makeAny(i);
+}
+
+// Numbers in loops of their own: nothing else is done for each.
+PyObject* ElementMaker::makeAll() {
+  const size_t count = items_.size();
+  switch (kind_) {
+    case Kind::kDouble:
+      return makeList(count, [this](size_t i) { return convertNumericElem(number<double>(i)); });
+    case Kind::kInt64:
+      return makeList(count, [this](size_t i) { return convertNumericElem(number<int64_t>(i)); });
+    case Kind::kLogical:
+      return makeList(count, [this](size_t i) { return convertNumericElem(number<bool>(i)); });
+    default:
+      return makeList(count, [this](size_t i) { return make(i); });
+  }
 }
 
 PyObject* ElementMaker::makeText(const TextColumn& column, size_t i) {

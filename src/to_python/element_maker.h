@@ -44,6 +44,8 @@ class ElementMaker {
   // New reference to the element at a position, which never decreases from call to call; NULL with
   // a Python error set.
   PyObject* make(size_t i);
+  // New reference to a list of all elements; NULL with a Python error set.
+  PyObject* makeAll();
 
  private:
   enum class Kind { kDouble, kInt64, kLogical, kTexts, kRepeated, kAny };
