@@ -9,6 +9,7 @@
 #include "to_array/converter_factory.h"
 #include "to_array/date_time_converters.h"
 #include "to_array/date_time_objects.h"
+#include "to_array/date_time_ticks.h"
 #include "to_array/duration_converters.h"
 #include "to_array/pandas_objects.h"
 #include "to_array/time_zone_name.h"
@@ -152,14 +153,29 @@ std::optional<Array> convertDates(PyObject* series, const ColumnType& type, PyOb
   return dates;
 }
 
-// Dates and durations of whatever dtype.
+// Dates and durations of a numpy dtype; the ticks tell where the gaps are.
+std::optional<Array> convertNumpyTimes(PyObject* series, const ColumnType& type) {
+  const PyObjectWithGuard values = timeValues(series, type);
+  const std::optional<NumpyTicks> ticks = values ? NumpyTicks::read(values.get()) : std::nullopt;
+  if (!ticks) return std::nullopt;
+  const std::optional<size_t> gap = ticks->firstNaT();
+  // The first item is never taken for a gap: it fails by itself.
+  if (gap == 0) {
+    const PyObjectWithGuard first = itemAt(series, 0);
+    return first ? createZDA(first.get(), getOptionsWithinTable()) : std::nullopt;
+  }
+  if (type.kind == 'M' && gap) return refuseGap(series, static_cast<Py_ssize_t>(*gap));
+  static NumpyNDArrayObjectToBuffer converter;
+  const PyObjectWithGuard column = standUpright(values);
+  return column ? converter.convert(column.get(), getOptionsWithinTable()) : std::nullopt;
+}
+
+// Dates and durations of other dtypes.
 std::optional<Array> convertTimes(PyObject* series, const ColumnType& type) {
   const std::optional<Py_ssize_t> gap = findGap(series);
   if (!gap) return std::nullopt;
   const PyObjectWithGuard first = itemAt(series, 0);
   if (!first) return std::nullopt;
-  // The first item of a numpy dtype is never taken for a gap: it fails by itself.
-  if (*gap == 0 && type.isNumpy) return createZDA(first.get(), getOptionsWithinTable());
   if (type.kind == 'm') return convertDurations(series, type);
   if (*gap != kNoGap) return refuseGap(series, *gap);
   const bool isDate = isPandasTimestamp(first.get()) || isDatetime(first.get());
@@ -177,21 +193,19 @@ std::optional<Array> convertNumpyNumbers(PyObject* series) {
   return convertNumpyArray(PyObjectWithGuard::owned(PyObject_GetAttrString(series, "values")));
 }
 
-std::optional<Array> processColumnData(PyObject* series) {
-  const std::optional<ColumnType> type = ColumnType::read(series);
-  if (!type) return std::nullopt;
-  if (type->name == "category") return handleCategoricalColumn(series);
-  if (type->isText) return convertTextColumn(series);
-  switch (type->kind) {
+std::optional<Array> processColumnData(PyObject* series, const ColumnType& type) {
+  if (type.name == "category") return handleCategoricalColumn(series);
+  if (type.isText) return convertTextColumn(series);
+  switch (type.kind) {
     case 'M':
     case 'm':
-      return convertTimes(series, *type);
+      return type.isNumpy ? convertNumpyTimes(series, type) : convertTimes(series, type);
     case 'b':
     case 'i':
     case 'u':
     case 'f':
     case 'c':
-      return type->isNumpy ? convertNumpyNumbers(series) : convertNullableNumbers(series, *type);
+      return type.isNumpy ? convertNumpyNumbers(series) : convertNullableNumbers(series, type);
     default:
       return convertObjectColumn(series);
   }

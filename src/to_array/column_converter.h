@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "to_array/convert_to_zorvan_data_array.h"
+#include "to_array/pandas_objects.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -18,7 +19,8 @@ const ConvertToZorvanDataArray::Options& getOptionsWithinTable();
 
 // Absent with a Python error set: TypeError with the item's type for a gap that has no way over,
 // which is one among dates or bools; what pandas or numpy raise passes through.
-std::optional<foundation::zorvandata::Array> processColumnData(PyObject* series);
+std::optional<foundation::zorvandata::Array> processColumnData(PyObject* series,
+                                                               const ColumnType& type);
 
 // A series of a numpy dtype of numbers or bools, sharing its memory for the length of the call.
 std::optional<foundation::zorvandata::Array> convertNumpyNumbers(PyObject* series);

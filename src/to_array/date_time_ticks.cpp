@@ -115,6 +115,14 @@ std::optional<NumpyTicks> NumpyTicks::read(PyObject* obj) {
   return NumpyTicks(std::move(*counts), TickUnit::make(unit->name, unit->multiple), unit->full());
 }
 
+std::optional<size_t> NumpyTicks::firstNaT() const {
+  const int64_t* first = dataOf(counts_);
+  const int64_t* end = first + counts_.getNumberOfElements();
+  const int64_t* found = std::find(first, end, kNoTick);
+  if (found == end) return std::nullopt;
+  return static_cast<size_t>(found - first);
+}
+
 bool NumpyTicks::areAllNaT() const {
   const int64_t* first = dataOf(counts_);
   return std::all_of(first, first + counts_.getNumberOfElements(),

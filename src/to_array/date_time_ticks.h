@@ -18,6 +18,9 @@ class NumpyTicks {
   // neither, whatever it is called.
   static std::optional<NumpyTicks> read(PyObject* obj);
 
+  // The position of the first NaT, if there is one.
+  std::optional<size_t> firstNaT() const;
+
   // Times since 1970 as complex doubles, and lengths of time as doubles, in milliseconds and in the
   // shape of what was read; computed when they are written out. Absent with a Python error set:
   // OverflowError for a value beyond what dataarray/time_pair.h counts, TypeError for anything but

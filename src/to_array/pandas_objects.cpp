@@ -80,7 +80,8 @@ PyObjectWithGuard arrowArrayOf(PyObject* series) {
 std::optional<ColumnType> ColumnType::read(PyObject* series) {
   const auto dtype = PyObjectWithGuard::owned(PyObject_GetAttrString(series, "dtype"));
   if (!dtype) return std::nullopt;
-  const std::optional<std::string> name = textAttribute(dtype, "name");
+  const bool isNumpy = isInstanceOf(dtype.get(), "numpy", "dtype");
+  const std::optional<std::string> name = isNumpy ? std::string() : textAttribute(dtype, "name");
   if (!name) return std::nullopt;
   const std::optional<std::string> kind = textAttribute(dtype, "kind");
   if (!kind) return std::nullopt;
@@ -89,7 +90,7 @@ std::optional<ColumnType> ColumnType::read(PyObject* series) {
   ColumnType type;
   type.name = *name;
   type.kind = kind->empty() ? '\0' : kind->front();
-  type.isNumpy = isInstanceOf(dtype.get(), "numpy", "dtype");
+  type.isNumpy = isNumpy;
   const std::string arrow = arrowTypeName(dtype);
   type.isArrow = !arrow.empty();
   // pandas 1.5 takes Arrow's texts for objects.

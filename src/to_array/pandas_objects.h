@@ -36,7 +36,7 @@ void setUnsupportedColumnItem(PyObject* item);
 
 // How a series stores its items.
 struct ColumnType {
-  std::string name;
+  std::string name;      // empty for those of numpy
   char kind = 0;         // numpy's letter for what it most resembles
   bool isNumpy = false;  // pandas' own and those of others are not
   bool isArrow = false;  // Arrow keeps the items

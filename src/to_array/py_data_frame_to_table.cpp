@@ -1,5 +1,6 @@
 #include "to_array/py_data_frame_to_table.h"
 
+#include <algorithm>
 #include <boost/numeric/conversion/cast.hpp>
 #include <map>
 #include <string>
@@ -172,73 +173,85 @@ std::optional<Frame> prepareFrame(PyObject* obj) {
   return frame;
 }
 
-constexpr uint64_t kNoColumn = static_cast<uint64_t>(-1);
-
-// The position of the first column of a datetime dtype, or kNoColumn; absent with a Python error
-// set.
-std::optional<uint64_t> getDateTimeColumnIndex(PyObject* frame) {
-  const auto dtypes = PyObjectWithGuard::owned(PyObject_GetAttrString(frame, "dtypes"));
-  const auto tuple = PyObjectWithGuard::owned(dtypes ? PySequence_Tuple(dtypes.get()) : nullptr);
-  const Py_ssize_t count = tuple ? PyTuple_Size(tuple.get()) : 0;
-  for (Py_ssize_t i = 0; i < count; ++i) {
-    const auto kind =
-        PyObjectWithGuard::owned(PyObject_GetAttrString(PyTuple_GetItem(tuple.get(), i), "kind"));
-    const char* utf8 = kind ? PyUnicode_AsUTF8AndSize(kind.get(), nullptr) : nullptr;
-    if (!utf8) return std::nullopt;
-    if (std::string_view(utf8) == "M") return static_cast<uint64_t>(i);
-  }
-  if (!tuple) return std::nullopt;
-  return kNoColumn;
-}
-
 struct Column {
-  Array data;
-  size_t rows;
+  PyObjectWithGuard series;
+  ColumnType type;
 };
 
 // The column of that name; absent with a Python error set.
 std::optional<Column> readColumn(PyObject* frame, PyObject* name) {
-  const auto series = PyObjectWithGuard::owned(PyObject_GetItem(frame, name));
-  if (!series) return std::nullopt;
-  if (!isPandasSeries(series.get())) {
+  Column column;
+  column.series = PyObjectWithGuard::owned(PyObject_GetItem(frame, name));
+  if (!column.series) return std::nullopt;
+  if (!isPandasSeries(column.series.get())) {
     // Several columns have the name.
-    setUnsupportedColumnItem(series.get());
+    setUnsupportedColumnItem(column.series.get());
     return std::nullopt;
   }
-  const Py_ssize_t rows = PyObject_Size(series.get());
-  if (rows < 0) return std::nullopt;
-  std::optional<Array> data = processColumnData(series.get());
-  if (!data) return std::nullopt;
-  return Column{std::move(*data), boost::numeric_cast<size_t>(rows)};
+  std::optional<ColumnType> type = ColumnType::read(column.series.get());
+  if (!type) return std::nullopt;
+  column.type = std::move(*type);
+  return column;
 }
 
-// All columns but the one at `timePosition` are variables. All names come first: a name that has no
-// text is an error whatever the columns hold.
-std::optional<Array> convertColumns(const Frame& frame, uint64_t timePosition) {
+// Absent with a Python error set.
+std::optional<std::vector<Column>> readColumns(const Frame& frame) {
+  std::vector<Column> columns;
+  columns.reserve(frame.count);
+  for (size_t i = 0; i < frame.count; ++i) {
+    const auto name = PyObjectWithGuard::newReference(
+        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
+    std::optional<Column> column = name ? readColumn(frame.object.get(), name.get()) : std::nullopt;
+    if (!column) return std::nullopt;
+    columns.push_back(std::move(*column));
+  }
+  return columns;
+}
+
+// The names as char rows; absent with UnicodeDecodeError set.
+std::optional<std::vector<Array>> convertNames(const Frame& frame) {
+  std::vector<Array> names;
+  for (size_t i = 0; i < frame.count; ++i) {
+    const auto item = PyObjectWithGuard::newReference(
+        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
+    std::optional<Array> name = item ? getColumnNameAsZdaArray(item.get()) : std::nullopt;
+    if (!name) return std::nullopt;
+    names.push_back(std::move(*name));
+  }
+  return names;
+}
+
+constexpr uint64_t kNoColumn = static_cast<uint64_t>(-1);
+
+// The position of the first column of a datetime dtype, or kNoColumn.
+uint64_t getDateTimeColumnIndex(const std::vector<Column>& columns) {
+  const auto found = std::find_if(columns.begin(), columns.end(),
+                                  [](const Column& column) { return column.type.kind == 'M'; });
+  return found == columns.end() ? kNoColumn : static_cast<uint64_t>(found - columns.begin());
+}
+
+// All columns but the first of dates are variables. All names come first: a name that has no text
+// is an error whatever the columns hold.
+std::optional<Array> convertColumns(const Frame& frame) {
+  const std::optional<std::vector<Array>> names = convertNames(frame);
+  if (!names) return std::nullopt;
+  const std::optional<std::vector<Column>> columns = readColumns(frame);
+  if (!columns) return std::nullopt;
+  const uint64_t timePosition = getDateTimeColumnIndex(*columns);
   TableVariables variables;
   RowTimes times;
-  for (size_t i = 0; i < frame.count; ++i) {
-    const auto item = PyObjectWithGuard::newReference(
-        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
-    const std::optional<Array> name = item ? getColumnNameAsZdaArray(item.get()) : std::nullopt;
-    if (!name) return std::nullopt;
+  for (size_t i = 0; i < columns->size(); ++i) {
+    const Column& column = (*columns)[i];
+    const Py_ssize_t rows = PyObject_Size(column.series.get());
+    if (rows < 0) return std::nullopt;
+    const std::optional<Array> data = processColumnData(column.series.get(), column.type);
+    if (!data) return std::nullopt;
+    variables.rows = boost::numeric_cast<size_t>(rows);
     if (i == timePosition) {
-      times.name = *name;
+      times = {(*names)[i], *data};
     } else {
-      variables.names.append(*name);
-    }
-  }
-  for (size_t i = 0; i < frame.count; ++i) {
-    const auto item = PyObjectWithGuard::newReference(
-        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
-    const std::optional<Column> column =
-        item ? readColumn(frame.object.get(), item.get()) : std::nullopt;
-    if (!column) return std::nullopt;
-    variables.rows = column->rows;
-    if (i == timePosition) {
-      times.data = column->data;
-    } else {
-      variables.data.append(column->data);
+      variables.names.append((*names)[i]);
+      variables.data.append(*data);
     }
   }
   return timePosition == kNoColumn ? makeTable(std::move(variables))
@@ -261,9 +274,7 @@ std::optional<Array> PyDataFrameToTable::convert(PyObject* obj, const std::optio
 
   const std::optional<Frame> frame = prepareFrame(obj);
   if (!frame) return std::nullopt;
-  const std::optional<uint64_t> position = getDateTimeColumnIndex(frame->object.get());
-  if (!position) return std::nullopt;
-  return convertColumns(*frame, frame->count > 0 ? *position : kNoColumn);
+  return convertColumns(*frame);
 }
 
 }  // namespace PythonZorvanDataArray::detail
