@@ -18,8 +18,8 @@ from peers import CODECS, OURS
 from workloads import WORKLOADS
 
 # Elements, and how often the operation runs in the first and the second process.
-SIZES = {"small-call": (3, 1000, 5000)}
-USUAL = (5000, 2, 6)
+SIZES = {"small-call": (3, 1000, 11000)}
+USUAL = (5000, 10, 60)
 NAMES = (
     "small-call",
     "floats",

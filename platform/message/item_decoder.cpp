@@ -157,7 +157,7 @@ ItemList ItemDecoder::texts(const ArrayFields& fields, size_t count, ArrayType t
   return list;
 }
 
-ItemList ItemDecoder::repeatedTexts(const ArrayFields& fields, size_t count, ArrayType type) {
+ItemList ItemDecoder::repeatedTexts(const ArrayFields& fields, size_t count, ArrayType type) const {
   size_t texts = 0;
   for (VarintCursor lengths(fields.textLen.bytes()); !lengths.atEnd(); ++texts) {
     require(lengths.next() <= kLongestRepeated + 1, "a repeated text is too long");

@@ -39,7 +39,7 @@ class ItemDecoder {
  private:
   // Each element's position among a few short texts.
   zorvandata::ItemList repeatedTexts(const ArrayFields& fields, size_t count,
-                                     zorvandata::ArrayType type);
+                                     zorvandata::ArrayType type) const;
 
   std::shared_ptr<const void> owner_;
   size_t messageSize_;

@@ -127,12 +127,11 @@ void putItems(Sink& sink, const ItemList& items, bool ofCell) {
   putSpan(sink, SingleItems(items).span(), ofCell);
 }
 
-#define ZORVAN_FOR(Sink)                                \
-  template void putItems(Sink&, const ItemList&, bool); \
-  template void putTexts(Sink&, const ItemList&);       \
-  template void putString(Sink&, const Item&);
-ZORVAN_FOR(MeasuringSink)
-ZORVAN_FOR(WritingSink)
-#undef ZORVAN_FOR
+template void putItems(MeasuringSink&, const ItemList&, bool);
+template void putItems(WritingSink&, const ItemList&, bool);
+template void putTexts(MeasuringSink&, const ItemList&);
+template void putTexts(WritingSink&, const ItemList&);
+template void putString(MeasuringSink&, const Item&);
+template void putString(WritingSink&, const Item&);
 
 }  // namespace foundation::protobuf

@@ -275,12 +275,11 @@ void putRecord(Sink& sink, const Item& record) {
   putSpan(sink, {values.data(), values.size()}, record.type() == ArrayType::CELL);
 }
 
-#define ZORVAN_FOR(Sink)                               \
-  template void putSpan(Sink&, const ItemSpan&, bool); \
-  template void putSpanTexts(Sink&, const ItemSpan&);  \
-  template void putRecord(Sink&, const Item&);
-ZORVAN_FOR(MeasuringSink)
-ZORVAN_FOR(WritingSink)
-#undef ZORVAN_FOR
+template void putSpan(MeasuringSink&, const ItemSpan&, bool);
+template void putSpan(WritingSink&, const ItemSpan&, bool);
+template void putSpanTexts(MeasuringSink&, const ItemSpan&);
+template void putSpanTexts(WritingSink&, const ItemSpan&);
+template void putRecord(MeasuringSink&, const Item&);
+template void putRecord(WritingSink&, const Item&);
 
 }  // namespace foundation::protobuf

@@ -12,7 +12,7 @@
 namespace foundation::zorvandata {
 namespace {
 
-constexpr size_t kLargestChunk = 64 * 1024;
+constexpr size_t kLargestChunk = size_t{64} * 1024;
 // Longer char rows stay arrays: storing them as text would convert them twice.
 constexpr size_t kLongestStoredRow = 4096;
 constexpr size_t kLongestText = UINT32_MAX;

@@ -52,7 +52,7 @@ class IdentityTable {
     return number;
   }
 
-  std::vector<Slot> slots_ = std::vector<Slot>(2 * kMost);  // one for each value of 11 bits
+  std::vector<Slot> slots_ = std::vector<Slot>(size_t{2} * kMost);  // one for each value of 11 bits
   std::vector<PyObject*> objects_;
 };
 

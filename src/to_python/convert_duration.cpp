@@ -9,7 +9,6 @@
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Item;
 using foundation::zorvandata::ItemList;

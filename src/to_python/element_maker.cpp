@@ -50,7 +50,7 @@ PyObject* DecodedTexts::next(size_t i) {
 }
 
 bool DecodedTexts::decode(size_t first) {
-  constexpr int64_t kChunk = 256 * 1024;
+  constexpr int64_t kChunk = int64_t{256} * 1024;
   const int64_t* offsets = column_.offset();
   size_t end = first + 1;
   while (end < column_.size() && offsets[end + 1] - offsets[first] <= kChunk) ++end;

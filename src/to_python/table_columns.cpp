@@ -18,7 +18,6 @@ namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
-using foundation::zorvandata::Item;
 using foundation::zorvandata::ItemList;
 using foundation::zorvandata::nameOf;
 using foundation::zorvandata::TypedArray;
