@@ -59,7 +59,7 @@ def count(name: str, codec: str, direction: str) -> float:
     size, few, many = SIZES.get(name, USUAL)
     statement = getattr(CODECS[codec], direction)
     with tempfile.NamedTemporaryFile() as file:
-        pickle.dump(workload.make(size), file)
+        pickle.dump(workload.arguments(size), file)
         file.flush()
         counts = [
             instructions(
