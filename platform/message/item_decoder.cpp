@@ -92,32 +92,55 @@ Buffer allPresent(size_t count) {
   return bits;
 }
 
-// The texts of a message, all of them.
-TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, Buffer bytes) {
-  Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
+// The offsets of texts whose lengths plus one are these bytes, none of them 0.
+void sumLengths(std::string_view codes, int64_t* offsets) {
+  int64_t sum = 0;
+  for (size_t i = 0; i < codes.size(); ++i) {
+    offsets[i] = sum;
+    sum += static_cast<unsigned char>(codes[i]) - 1;
+  }
+  offsets[codes.size()] = sum;
+}
+
+// Likewise of lengths of any size, some of which may be missing; returns which are present.
+Buffer sumLengths(std::string_view codes, size_t count, size_t mostBytes, bool mayMiss,
+                  int64_t* offsets) {
   Buffer present;
-  auto* next = reinterpret_cast<int64_t*>(offsets.mutableData());
-  *next = 0;
-  const std::string_view codes = fields.textLen.bytes();
   VarintCursor lengths(codes);
-  // Of numbers below 128, each is a byte.
-  const bool areBytes = codes.size() == count && isAscii(codes);
+  offsets[0] = 0;
   for (size_t i = 0; i < count; ++i) {
-    const uint64_t length = areBytes ? static_cast<unsigned char>(codes[i]) : lengths.next();
+    const uint64_t length = lengths.next();
     if (length == 0) {
-      require(type == ArrayType::ZORVAN_STRING, "a char row is missing");
+      require(mayMiss, "a char row is missing");
       if (present.size() == 0) present = allPresent(count);
       present.mutableData()[i / 8] &= ~(std::byte{1} << (i % 8));
     }
     // Each is held against the text before they are added up.
-    require(length <= fields.text.size() + 1, "a text is longer than its column");
-    next[1] = next[0] + static_cast<int64_t>(length ? length - 1 : 0);
-    ++next;
+    require(length <= mostBytes + 1, "a text is longer than its column");
+    offsets[i + 1] = offsets[i] + static_cast<int64_t>(length ? length - 1 : 0);
   }
-  require((areBytes || lengths.atEnd()) && static_cast<uint64_t>(*next) == fields.text.size(),
+  require(lengths.atEnd(), "the dimensions do not match the texts");
+  return present;
+}
+
+// The texts of a message, all of them.
+TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, Buffer bytes) {
+  Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
+  auto* offset = reinterpret_cast<int64_t*>(offsets.mutableData());
+  const std::string_view codes = fields.textLen.bytes();
+  // Numbers from 1 to 127 are a byte each.
+  const bool areBytes = codes.size() == count && isAscii(codes) && codes.find('\0') == codes.npos;
+  Buffer present;
+  if (areBytes) {
+    sumLengths(codes, offset);
+  } else {
+    const bool mayMiss = type == ArrayType::ZORVAN_STRING;
+    present = sumLengths(codes, count, fields.text.size(), mayMiss, offset);
+  }
+  require(static_cast<uint64_t>(offset[count]) == fields.text.size(),
           "the dimensions do not match the texts");
-  return TextColumn::checked(type == ArrayType::CHAR ? type : ArrayType::ZORVAN_STRING,
-                             std::move(offsets), std::move(bytes), std::move(present));
+  return TextColumn::checkedTexts(type == ArrayType::CHAR ? type : ArrayType::ZORVAN_STRING,
+                                  std::move(offsets), std::move(bytes), std::move(present));
 }
 
 }  // namespace

@@ -20,8 +20,8 @@ int64_t orOfDifferences(const int64_t* at, size_t count) {
 
 }  // namespace
 
-TextColumn TextColumn::ofUtf8(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
-  TextColumn column{type, std::move(offsets), std::move(bytes), std::move(present)};
+TextColumn TextColumn::checkedOffsets(ArrayType type, Buffer offsets, Buffer bytes) {
+  TextColumn column{type, std::move(offsets), std::move(bytes), {}};
   const int64_t* at = column.offset();
   const size_t count = column.size();
   const int64_t lengths = orOfDifferences(at, count);
@@ -32,9 +32,10 @@ TextColumn TextColumn::ofUtf8(ArrayType type, Buffer offsets, Buffer bytes, Buff
   return column;
 }
 
-TextColumn TextColumn::checked(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
-  TextColumn column = ofUtf8(type, std::move(offsets), std::move(bytes), std::move(present));
-  if (isAscii(column.all())) return column;
+TextColumn TextColumn::checkedTexts(ArrayType type, Buffer offsets, Buffer bytes, Buffer present) {
+  TextColumn column{type, std::move(offsets), std::move(bytes), std::move(present)};
+  column.isAscii = zorvandata::isAscii(column.all());
+  if (column.isAscii) return column;
   const size_t count = column.size();
   for (size_t i = 0; i < count; ++i) checkUtf8(column.text(i));
   return column;

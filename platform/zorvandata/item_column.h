@@ -32,16 +32,18 @@ struct ScalarColumn {
 
 // Texts end to end, laid out as Arrow lays out its large strings.
 struct TextColumn {
-  ArrayType type;  // CHAR or ZORVAN_STRING
-  Buffer offsets;  // int64, one more than there are texts; each from the start of `bytes`
-  Buffer bytes;    // UTF-8 of text.h
-  Buffer present;  // a bit each, the least significant first; empty when no text is missing
+  ArrayType type;        // CHAR or ZORVAN_STRING
+  Buffer offsets;        // int64, one more than there are texts; each from the start of `bytes`
+  Buffer bytes;          // UTF-8 of text.h
+  Buffer present;        // a bit each, the least significant first; empty when no text is missing
+  bool isAscii = false;  // known to be nothing else
 
-  // The column of these parts; throws InvalidTextException when the offsets do not ascend within
-  // the bytes, or a text is no such UTF-8.
-  static TextColumn checked(ArrayType type, Buffer offsets, Buffer bytes, Buffer present = {});
-  // Likewise for bytes that are known to be UTF-8.
-  static TextColumn ofUtf8(ArrayType type, Buffer offsets, Buffer bytes, Buffer present = {});
+  // The column of texts whose offsets ascend within the bytes; throws InvalidTextException when one
+  // of them is no such UTF-8.
+  static TextColumn checkedTexts(ArrayType type, Buffer offsets, Buffer bytes, Buffer present = {});
+  // The column of bytes that are known to be UTF-8; throws InvalidTextException when the offsets do
+  // not ascend within them.
+  static TextColumn checkedOffsets(ArrayType type, Buffer offsets, Buffer bytes);
 
   size_t size() const { return offsets.size() / sizeof(int64_t) - 1; }
   Item operator[](size_t i) const;

@@ -175,8 +175,8 @@ std::optional<TextColumn> sharedTexts(const ArrowTexts& piece) {
   Buffer offsets = Buffer::copyOf(piece.offsets.data() + piece.start * sizeof(int64_t),
                                   (piece.count + 1) * sizeof(int64_t));
   if (!canBeShared(piece, reinterpret_cast<const int64_t*>(offsets.data()))) return std::nullopt;
-  return TextColumn::ofUtf8(ArrayType::ZORVAN_STRING, std::move(offsets),
-                            piece.texts.part(0, piece.texts.size()));
+  return TextColumn::checkedOffsets(ArrayType::ZORVAN_STRING, std::move(offsets),
+                                    piece.texts.part(0, piece.texts.size()));
 }
 
 TextColumn joinedTexts(const std::vector<ArrowTexts>& pieces, size_t count) {

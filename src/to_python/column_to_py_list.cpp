@@ -63,7 +63,10 @@ bool areObjects(const RecordColumn& column) {
 
 PyObject* itemsToList(const ItemList& items, Empties empties) {
   const ItemColumn* column = items.column();
-  const auto* records = column ? column->as<RecordColumn>() : nullptr;
+  if (!column) {
+    return makeList(items.size(), [&](size_t i) { return makeElement(items, i, empties); });
+  }
+  const auto* records = column->as<RecordColumn>();
   if (records && records->fields() && !areObjects(*records)) {
     return recordsToList(records->records.impl(), *records->fields());
   }

@@ -41,6 +41,12 @@ Py_ssize_t charactersOf(std::string_view utf8) {
 
 }  // namespace
 
+PyObject* makeElement(const ItemList& items, size_t i, Empties empties) {
+  return empties == Empties::kAsLists && isWithoutElements(items[i])
+             ? PyList_New(0)
+             : ConvertZDAToPyObjectFactory::convertElement(items, i);
+}
+
 PyObject* DecodedTexts::next(size_t i) {
   const std::string_view text = column_.text(i);
   if (i >= end_ && !decode(i)) return PyErr_Occurred() ? nullptr : makeText(text);
@@ -79,8 +85,8 @@ ElementMaker::ElementMaker(const ItemList& items, Empties empties)
   } else if (const auto* texts = column->as<TextColumn>()) {
     texts_ = texts;
     kind_ = Kind::kTexts;
-    isAscii_ = foundation::zorvandata::isAscii(texts->all());
-    if (!isAscii_) decoded_.emplace_back(*texts);
+    const bool isAscii = texts->isAscii || foundation::zorvandata::isAscii(texts->all());
+    if (!isAscii) decoded_.emplace_back(*texts);
   } else if (const auto* repeated = column->as<RepeatedTextColumn>()) {
     texts_ = &repeated->distinct;
     positions_ = repeated->position();
@@ -104,7 +110,7 @@ PyObject* ElementMaker::make(size_t i) {
     case Kind::kAny:
       break;
   }
-  return makeAny(i);
+  return makeElement(items_, i, empties_);
 }
 
 // Numbers in loops of their own: nothing else is done for each.
@@ -137,12 +143,6 @@ PyObject* ElementMaker::makeRepeated(size_t i) {
   if (!made) made = PyObjectWithGuard::owned(makeText(*texts_, positions_[i]));
   const bool isList = made && PyList_Check(made.get());
   return isList ? PyList_New(0) : Py_XNewRef(made.get());
-}
-
-PyObject* ElementMaker::makeAny(size_t i) const {
-  return empties_ == Empties::kAsLists && isWithoutElements(items_[i])
-             ? PyList_New(0)
-             : ConvertZDAToPyObjectFactory::convertElement(items_, i);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -16,6 +16,9 @@ enum class Empties {
   kAsTheyAre  // what their converter makes of them, as in fields and string arrays
 };
 
+// New reference to an element of a list; NULL with a Python error set.
+PyObject* makeElement(const foundation::zorvandata::ItemList& items, size_t i, Empties empties);
+
 // One str of many texts, out of which each is cut: for texts that are not ASCII half the work of
 // decoding each of them.
 class DecodedTexts {
@@ -58,7 +61,6 @@ class ElementMaker {
   }
   PyObject* makeText(const foundation::zorvandata::TextColumn& column, size_t i);
   PyObject* makeRepeated(size_t i);
-  PyObject* makeAny(size_t i) const;
 
   const foundation::zorvandata::ItemList& items_;
   Empties empties_;
@@ -66,7 +68,6 @@ class ElementMaker {
   const std::byte* numbers_ = nullptr;
   const foundation::zorvandata::TextColumn* texts_ = nullptr;
   const uint32_t* positions_ = nullptr;
-  bool isAscii_ = true;
   std::vector<DecodedTexts> decoded_;                // one of texts that are not ASCII
   std::vector<PythonUtil::PyObjectWithGuard> made_;  // the distinct texts met so far
 };

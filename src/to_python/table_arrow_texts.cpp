@@ -79,8 +79,9 @@ TextColumn gatherTexts(const TextColumn& distinct, const uint32_t* positions, si
 }
 
 // Surrogates, and nothing else in stored text, have ED and a byte from A0 on.
-bool hasSurrogates(std::string_view bytes) {
-  if (foundation::zorvandata::isAscii(bytes)) return false;
+bool hasSurrogates(const TextColumn& column) {
+  const std::string_view bytes = column.all();
+  if (column.isAscii || foundation::zorvandata::isAscii(bytes)) return false;
   const auto* next = reinterpret_cast<const unsigned char*>(bytes.data());
   const unsigned char* end = next + bytes.size();
   while (next < end) {
@@ -154,7 +155,7 @@ PyObjectWithGuard arrowTextType() {
 
 std::optional<PyObject*> makeTexts(const TextColumn& column, const PyObjectWithGuard& dtype) {
   static ImportedAttribute makeArray("pandas", "array");
-  if (hasSurrogates(column.all())) return std::nullopt;
+  if (hasSurrogates(column)) return std::nullopt;
   const PyObjectWithGuard texts = arrowArray(column);
   if (!texts || !makeArray.get()) return nullptr;
   return PyObject_CallFunctionObjArgs(makeArray.get(), texts.get(), dtype.get(), nullptr);

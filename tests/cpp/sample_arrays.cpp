@@ -141,8 +141,8 @@ Array repeatedTexts() {
   const int64_t offsets[] = {0, 0, 2, 4};
   std::vector<uint32_t> positions;
   for (uint32_t i = 0; i < 20; ++i) positions.push_back(i % 3);
-  auto distinct = TextColumn::checked(ArrayType::CHAR, Buffer::copyOf(offsets, sizeof(offsets)),
-                                      Buffer::copyOf(texts, 4));
+  auto distinct = TextColumn::checkedTexts(
+      ArrayType::CHAR, Buffer::copyOf(offsets, sizeof(offsets)), Buffer::copyOf(texts, 4));
   RepeatedTextColumn column{std::move(distinct), Buffer::copyOf(positions.data(), 80)};
   return makeArray(ArrayType::CELL, Dimensions::row(20), makeColumn(std::move(column)));
 }
