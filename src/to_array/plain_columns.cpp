@@ -137,15 +137,15 @@ bool PlainGatherer::append(PyObject* obj) {
     put(PyFloat_AsDouble(obj));
     return true;
   }
-  if (type_ == &PyUnicode_Type) return texts_->append(obj);
-  if (type_ == &PyBool_Type) {
-    put(obj == Py_True);
-    return true;
+  if (type_ == &PyLong_Type) {
+    int64_t value = 0;
+    const bool isRead = readInt(obj, value);
+    put(value);
+    return isRead;
   }
-  int64_t value = 0;
-  const bool isRead = readInt(obj, value);
-  put(value);
-  return isRead;
+  if (type_ == &PyUnicode_Type) return texts_->append(obj);
+  put(obj == Py_True);
+  return true;
 }
 
 std::optional<ItemList> PlainGatherer::finish() {

@@ -1,7 +1,7 @@
 #include "to_array/plain_records.h"
 
 #include <algorithm>
-#include <deque>
+#include <memory>
 #include <vector>
 
 #include "to_array/argument_scope.h"
@@ -57,13 +57,14 @@ class FieldGatherer {
 class RecordGatherer {
  public:
   RecordGatherer(const Objects& first, size_t count, const std::vector<bool>& isMixed) {
-    for (size_t i = 0; i < first.size(); ++i) fields_.emplace_back(first[i], count, isMixed[i]);
+    for (size_t i = 0; i < first.size(); ++i)
+      fields_.push_back(std::make_unique<FieldGatherer>(first[i], count, isMixed[i]));
   }
 
   size_t width() const { return fields_.size(); }
   // False when the value does not fit, or with a Python error set.
   bool append(size_t field, PyObject* value) {
-    if (fields_[field].append(value)) return true;
+    if (fields_[field]->append(value)) return true;
     if (!PyErr_Occurred() && isPlain(value)) mixed_ = field;
     return false;
   }
@@ -73,8 +74,8 @@ class RecordGatherer {
   std::optional<ItemList> finish() {
     FieldColumns columns;
     columns.fields.reserve(fields_.size());
-    for (FieldGatherer& field : fields_) {
-      auto column = field.finish();
+    for (const auto& field : fields_) {
+      auto column = field->finish();
       if (!column) return std::nullopt;
       columns.fields.push_back(std::move(*column));
     }
@@ -82,7 +83,7 @@ class RecordGatherer {
   }
 
  private:
-  std::deque<FieldGatherer> fields_;  // which cannot be moved
+  std::vector<std::unique_ptr<FieldGatherer>> fields_;
   std::optional<size_t> mixed_;
 };
 
