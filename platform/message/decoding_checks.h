@@ -23,6 +23,11 @@ inline zorvandata::ArrayType checkedType(uint64_t code) {
 }
 
 // Logicals are bytes of 0 or 1; throws MalformedMessageException. Does nothing for other types.
-void checkLogicals(zorvandata::ArrayType type, std::string_view elements);
+inline void checkLogicals(zorvandata::ArrayType type, std::string_view elements) {
+  if (type != zorvandata::ArrayType::LOGICAL) return;
+  unsigned char all = 0;
+  for (const char flag : elements) all |= static_cast<unsigned char>(flag);
+  require(all <= 1, "a logical is not 0 or 1");
+}
 
 }  // namespace foundation::protobuf

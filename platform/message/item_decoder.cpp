@@ -145,13 +145,6 @@ TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, B
 
 }  // namespace
 
-void checkLogicals(ArrayType type, std::string_view elements) {
-  if (type != ArrayType::LOGICAL) return;
-  unsigned char all = 0;
-  for (const char flag : elements) all |= static_cast<unsigned char>(flag);
-  require(all <= 1, "a logical is not 0 or 1");
-}
-
 void ItemDecoder::appendRow(ItemList& list, std::string_view elements) {
   std::u16string units(elements.size() / sizeof(char16_t), u'\0');
   if (!units.empty()) std::memcpy(units.data(), elements.data(), elements.size());
@@ -229,7 +222,7 @@ ItemList ItemDecoder::scalars(ArrayType type, std::string_view elements) {
 }
 
 void ItemDecoder::appendScalar(ItemList& list, ArrayType type, const char* value) {
-  if (type == ArrayType::LOGICAL) require(*value == 0 || *value == 1, "a logical is not 0 or 1");
+  checkLogicals(type, {value, elementSize(type)});
   list.appendScalar(type, value);
 }
 

@@ -76,10 +76,10 @@ struct RepeatedTextColumn {
   int depth() const { return 0; }
 };
 
-// The elements of a struct or object array, each as a 1-by-1 array, or the rows of a cell matrix,
-// each as a 1-by-N cell: records of which every field is a column.
 struct FieldColumns;
 
+// The elements of a struct or object array, each as a 1-by-1 array, or the rows of a cell matrix,
+// each as a 1-by-N cell: records of which every field is a column.
 struct RecordColumn {
   Array records;
 

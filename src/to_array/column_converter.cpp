@@ -9,7 +9,6 @@
 #include "to_array/converter_factory.h"
 #include "to_array/date_time_converters.h"
 #include "to_array/date_time_objects.h"
-#include "to_array/date_time_ticks.h"
 #include "to_array/duration_converters.h"
 #include "to_array/pandas_objects.h"
 #include "to_array/time_zone_name.h"
@@ -155,8 +154,8 @@ std::optional<Array> convertDates(PyObject* series, const ColumnType& type, PyOb
 
 // Dates and durations of a numpy dtype; the ticks tell where the gaps are.
 std::optional<Array> convertNumpyTimes(PyObject* series, const ColumnType& type) {
-  const PyObjectWithGuard values = timeValues(series, type);
-  const std::optional<NumpyTicks> ticks = values ? NumpyTicks::read(values.get()) : std::nullopt;
+  const PyObjectWithGuard column = standUpright(timeValues(series, type));
+  const std::optional<NumpyTicks> ticks = column ? NumpyTicks::read(column.get()) : std::nullopt;
   if (!ticks) return std::nullopt;
   const std::optional<size_t> gap = ticks->firstNaT();
   // The first item is never taken for a gap: it fails by itself.
@@ -164,20 +163,18 @@ std::optional<Array> convertNumpyTimes(PyObject* series, const ColumnType& type)
     const PyObjectWithGuard first = itemAt(series, 0);
     return first ? createZDA(first.get(), getOptionsWithinTable()) : std::nullopt;
   }
-  if (type.kind == 'M' && gap) return refuseGap(series, static_cast<Py_ssize_t>(*gap));
-  static NumpyNDArrayObjectToBuffer converter;
-  const PyObjectWithGuard column = standUpright(values);
-  return column ? converter.convert(column.get(), getOptionsWithinTable()) : std::nullopt;
+  if (type.kind == 'm') return durationOfTicks(ticks);
+  return gap ? refuseGap(series, static_cast<Py_ssize_t>(*gap)) : datetimeOfTicks(ticks);
 }
 
 // Dates and durations of other dtypes.
 std::optional<Array> convertTimes(PyObject* series, const ColumnType& type) {
+  if (type.kind == 'm') return convertDurations(series, type);
   const std::optional<Py_ssize_t> gap = findGap(series);
   if (!gap) return std::nullopt;
+  if (*gap != kNoGap) return refuseGap(series, *gap);
   const PyObjectWithGuard first = itemAt(series, 0);
   if (!first) return std::nullopt;
-  if (type.kind == 'm') return convertDurations(series, type);
-  if (*gap != kNoGap) return refuseGap(series, *gap);
   const bool isDate = isPandasTimestamp(first.get()) || isDatetime(first.get());
   return isDate ? convertDates(series, type, first.get()) : convertObjectColumn(series);
 }

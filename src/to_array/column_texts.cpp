@@ -22,15 +22,15 @@ namespace {
 std::optional<ItemList> readTexts(PyObject* series) {
   const PyObjectWithGuard list = listOfItems(series);
   if (!list) return std::nullopt;
-  PyStrToCharOrString converter;
-  const std::optional<ConvertToZorvanDataArray::Options> options = getOptionsWithinTable();
   std::optional<ItemList> texts = textColumn(list.get(), ArrayType::ZORVAN_STRING);
   if (texts || PyErr_Occurred()) return texts;
+  PyStrToCharOrString converter;
+  const std::optional<ConvertToZorvanDataArray::Options> options = getOptionsWithinTable();
   const Py_ssize_t count = PyList_Size(list.get());
   ItemList items;
   items.reserve(static_cast<size_t>(count));
   for (Py_ssize_t i = 0; i < count; ++i) {
-    // Borrowed: reading a text runs no Python code, and nobody else has the list.
+    // Borrowed from a list that nobody else has.
     PyObject* item = PyList_GetItem(list.get(), i);
     if (!item) return std::nullopt;
     // What is no text in such a column is a gap.

@@ -1,7 +1,6 @@
 #include "to_array/date_time_converters.h"
 
 #include "to_array/date_time_objects.h"
-#include "to_array/date_time_ticks.h"
 #include "to_array/time_zone_name.h"
 #include "zorvandata/array_impl.h"
 
@@ -23,8 +22,7 @@ Array makeDatetime(ItemList items, std::string_view zone) {
   return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), std::move(items), layout);
 }
 
-std::optional<ItemList> itemsOfNumpy(PyObject* obj) {
-  const std::optional<NumpyTicks> ticks = NumpyTicks::read(obj);
+std::optional<ItemList> itemsOfTicks(const std::optional<NumpyTicks>& ticks) {
   const std::optional<Array> times = ticks ? ticks->toTimes() : std::nullopt;
   if (!times) return std::nullopt;
   ItemList items;
@@ -52,7 +50,7 @@ std::optional<ItemList> itemsOfTimestamp(PyObject* timestamp) {
   const auto datetime64 =
       PyObjectWithGuard::owned(PyObject_CallMethod(timestamp, "to_datetime64", nullptr));
   if (!datetime64) return std::nullopt;
-  return itemsOfNumpy(datetime64.get());
+  return itemsOfTicks(NumpyTicks::read(datetime64.get()));
 }
 
 }  // namespace
@@ -76,7 +74,11 @@ std::optional<Array> PyDatetimeToDatetime::convert(PyObject* obj, const std::opt
 std::optional<Array> PyNumpyDatetime64ArrayToDatetime::convert(PyObject* obj,
                                                                const std::optional<Options>&) {
   if (!obj) return std::nullopt;
-  std::optional<ItemList> items = itemsOfNumpy(obj);
+  return datetimeOfTicks(NumpyTicks::read(obj));
+}
+
+std::optional<Array> datetimeOfTicks(const std::optional<NumpyTicks>& ticks) {
+  std::optional<ItemList> items = itemsOfTicks(ticks);
   if (!items) return std::nullopt;
   return makeDatetime(std::move(*items), "");
 }

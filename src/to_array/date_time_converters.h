@@ -9,6 +9,7 @@
 #pragma once
 
 #include "to_array/convert_to_zorvan_data_array.h"
+#include "to_array/date_time_ticks.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -26,6 +27,10 @@ class PyNumpyDatetime64ArrayToDatetime : public ConvertToZorvanDataArray {
   std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
                                                        const std::optional<Options>&) override;
 };
+
+// The same of ticks that were read before; absent ones give nothing and set no error.
+std::optional<foundation::zorvandata::Array> datetimeOfTicks(
+    const std::optional<NumpyTicks>& ticks);
 
 // A scalar is an array without dimensions.
 class PyNumpyDatetime64ScalarToDatetime final : public PyNumpyDatetime64ArrayToDatetime {};

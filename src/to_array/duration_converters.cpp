@@ -1,7 +1,6 @@
 #include "to_array/duration_converters.h"
 
 #include "to_array/date_time_objects.h"
-#include "to_array/date_time_ticks.h"
 #include "zorvandata/array_impl.h"
 
 namespace PythonZorvanDataArray::detail {
@@ -21,16 +20,15 @@ Array makeDuration(ItemList items) {
   return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), std::move(items), layout);
 }
 
-std::optional<Array> durationOfNumpy(PyObject* obj) {
-  const std::optional<NumpyTicks> ticks = NumpyTicks::read(obj);
+}  // namespace
+
+std::optional<Array> durationOfTicks(const std::optional<NumpyTicks>& ticks) {
   const std::optional<Array> lengths = ticks ? ticks->toLengths() : std::nullopt;
   if (!lengths) return std::nullopt;
   ItemList items;
   items.append(*lengths);
   return makeDuration(std::move(items));
 }
-
-}  // namespace
 
 std::optional<Array> PyTimedeltaToDuration::convert(PyObject* obj, const std::optional<Options>&) {
   if (!obj) return std::nullopt;
@@ -40,7 +38,7 @@ std::optional<Array> PyTimedeltaToDuration::convert(PyObject* obj, const std::op
     // A pandas.Timedelta gives all it holds as a timedelta64.
     const auto timedelta64 =
         PyObjectWithGuard::owned(PyObject_CallMethod(obj, "to_timedelta64", nullptr));
-    return timedelta64 ? durationOfNumpy(timedelta64.get()) : std::nullopt;
+    return timedelta64 ? durationOfTicks(NumpyTicks::read(timedelta64.get())) : std::nullopt;
   }
   // Python's division of one timedelta by another gives the nearest double.
   const auto millis =
@@ -54,7 +52,7 @@ std::optional<Array> PyTimedeltaToDuration::convert(PyObject* obj, const std::op
 std::optional<Array> PyNumpyTimedelta64ToDuration::convert(PyObject* obj,
                                                            const std::optional<Options>&) {
   if (!obj) return std::nullopt;
-  return durationOfNumpy(obj);
+  return durationOfTicks(NumpyTicks::read(obj));
 }
 
 }  // namespace PythonZorvanDataArray::detail

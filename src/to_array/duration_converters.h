@@ -7,6 +7,7 @@
 #pragma once
 
 #include "to_array/convert_to_zorvan_data_array.h"
+#include "to_array/date_time_ticks.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -24,5 +25,9 @@ class PyNumpyTimedelta64ToDuration final : public ConvertToZorvanDataArray {
   std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
                                                        const std::optional<Options>&) override;
 };
+
+// The same of ticks that were read before; absent ones give nothing and set no error.
+std::optional<foundation::zorvandata::Array> durationOfTicks(
+    const std::optional<NumpyTicks>& ticks);
 
 }  // namespace PythonZorvanDataArray::detail

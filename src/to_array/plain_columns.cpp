@@ -18,7 +18,8 @@ using foundation::zorvandata::TextColumnBuilder;
 
 namespace {
 
-// Elements of one type as numbers; `read` returns false with a Python error set.
+// Elements of one type as numbers; `read` returns false with a Python error set. A loop that knows
+// the type: through PlainGatherer it takes 1.4 times as long.
 template <class T, class Read>
 std::optional<ItemList> numbers(const Sequence& sequence, PyTypeObject* type, const Read& read) {
   const size_t count = sequence.size();
