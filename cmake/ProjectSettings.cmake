@@ -14,6 +14,11 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# Small calls cross many small functions of different folders.
+include(CheckIPOSupported)
+check_ipo_supported(RESULT supported LANGUAGES CXX)
+set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ${supported})
+
 add_compile_options(-Wall -Wextra -Wshadow)
 # Results must not depend on which instructions the machine has: no fused multiplications.
 add_compile_options(-ffp-contract=off)

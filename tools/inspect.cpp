@@ -2,7 +2,6 @@
 
 #include <getopt.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "command.h"
@@ -27,8 +26,7 @@ std::string readFile(const std::string& path) {
 // An array that the end of the bytes cuts off is not shown.
 void dropCutArrays(EnvelopeOutline& outline) {
   auto& arrays = outline.arrays;
-  const auto isCut = [](const auto& array) { return array.cut; };
-  arrays.erase(std::remove_if(arrays.begin(), arrays.end(), isCut), arrays.end());
+  if (arrays.size() > 0 && arrays[arrays.size() - 1].cut) arrays.pop_back();
 }
 
 void writeOutline(const EnvelopeOutline& outline, bool asResult, bool asJson) {

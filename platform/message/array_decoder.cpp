@@ -79,8 +79,9 @@ class Decoder {
     FieldReader reader(message.bytes);
     while (reader.next()) {
       if (reader.number() == kChildren && reader.isMessage()) {
-        if (fields.children.size() == 0) fields.children = ItemList(items_.arena());
-        appendTo(fields.children, {reader.bytes(), reader.cut()}, depth + 1,
+        ItemList& children = fields.items().children;
+        if (children.size() == 0) children = ItemList(items_.arena());
+        appendTo(children, {reader.bytes(), reader.cut()}, depth + 1,
                  fields.type == codeOf(ArrayType::VALUE_OBJECT));
       } else {
         readField(reader, fields);
@@ -100,13 +101,14 @@ class Decoder {
     if (isDense(type)) return makeDense(type, dims, denseBuffer(type, dims, fields.elements));
     if (isSparse(type)) return sparse(type, dims, fields);
     const size_t count = dims.elements();
+    ItemFields& parts = fields.items();
     switch (type) {
       case ArrayType::ZORVAN_STRING:
-        return makeArray(type, dims, items_.texts(fields, count, ArrayType::ZORVAN_STRING));
+        return makeArray(type, dims, items_.texts(parts, count, ArrayType::ZORVAN_STRING));
       case ArrayType::ENUMERATION:
-        return makeArray(type, dims, items_.texts(fields, count, type), layout(fields));
+        return makeArray(type, dims, items_.texts(parts, count, type), layout(parts));
       case ArrayType::HANDLE_OBJECT_REF:
-        return makeArray(type, dims, items_.references(fields, count), layout(fields));
+        return makeArray(type, dims, items_.references(parts, count), layout(parts));
       case ArrayType::CELL:
         return makeArray(type, dims, items(fields, count));
       case ArrayType::UNKNOWN:
@@ -140,17 +142,18 @@ class Decoder {
     return Buffer::copyOf(elements.data(), elements.size());
   }
 
-  static Array sparse(ArrayType type, const Dimensions& dims, const ArrayFields& fields) {
+  static Array sparse(ArrayType type, const Dimensions& dims, ArrayFields& fields) {
+    const ItemFields& parts = fields.items();
     const ArrayType valueType = sparseValueType(type);
     SparseContent content;
-    content.rows = readVarints(fields.rows.bytes());
-    content.columnStarts = readVarints(fields.colStarts.bytes());
+    content.rows = readVarints(parts.rows.bytes());
+    content.columnStarts = readVarints(parts.colStarts.bytes());
     require(!content.columnStarts.empty(), "a sparse array has no column starts");
     content.values = denseBuffer(valueType, Dimensions::row(content.rows.size()), fields.elements);
     return makeSparse(type, dims, std::move(content));
   }
 
-  std::shared_ptr<const Layout> layout(ArrayFields& fields) {
+  std::shared_ptr<const Layout> layout(ItemFields& fields) {
     checkUtf8(fields.className);
     if (fields.className.empty() && fields.names.empty()) return noNames();
     // Objects of one class follow each other.
@@ -162,38 +165,41 @@ class Decoder {
 
   // Structs and objects: every name has an item in every element.
   Array named(ArrayType type, const Dimensions& dims, ArrayFields& fields) {
-    require(!fields.itemType || !isRecordType(checkedType(*fields.itemType)),
+    ItemFields& parts = fields.items();
+    require(!parts.itemType || !isRecordType(checkedType(*parts.itemType)),
             "only a cell can hold records");
     size_t count = 0;
-    if (__builtin_mul_overflow(fields.names.size(), dims.elements(), &count)) {
+    if (__builtin_mul_overflow(parts.names.size(), dims.elements(), &count)) {
       throw InvalidDimensionsException("they do not match the payload");
     }
     ItemList values = items(fields, count);
-    const bool isEmpty = dims.isScalar() && count == 0 && fields.className.empty();
+    const bool isEmpty = dims.isScalar() && count == 0 && parts.className.empty();
     if (isEmpty && type != ArrayType::OBJECT) return emptyRecord(type);
-    return makeArray(type, dims, std::move(values), layout(fields));
+    return makeArray(type, dims, std::move(values), layout(parts));
   }
 
   ItemList items(ArrayFields& fields, size_t count) {
-    ItemList list = fields.itemType        ? uniform(checkedType(*fields.itemType), fields, count)
-                    : fields.kinds.empty() ? std::move(fields.children)
-                                           : items_.mixed(fields);
+    ItemFields& parts = fields.items();
+    ItemList list = parts.itemType        ? uniform(checkedType(*parts.itemType), fields, count)
+                    : parts.kinds.empty() ? std::move(parts.children)
+                                          : items_.mixed(parts);
     require(list.size() == count, "the dimensions do not match the items");
     return list;
   }
 
   ItemList uniform(ArrayType type, ArrayFields& fields, size_t count) {
-    if (isRecordType(type)) return records(type, fields, count);
+    ItemFields& parts = fields.items();
+    if (isRecordType(type)) return records(type, parts, count);
     if (type == ArrayType::CHAR || type == ArrayType::ZORVAN_STRING) {
-      return items_.texts(fields, count, type);
+      return items_.texts(parts, count, type);
     }
     require(isDense(type), "items of this type do not lie in columns");
-    return fields.elements.empty() ? items_.integers(type, fields, count)
+    return fields.elements.empty() ? items_.integers(type, parts, count)
                                    : items_.scalars(type, fields.elements);
   }
 
   // One cell of `count` items a field.
-  ItemList records(ArrayType type, ArrayFields& fields, size_t count) {
+  ItemList records(ArrayType type, ItemFields& fields, size_t count) {
     const bool ofCells = type == ArrayType::CELL;
     const size_t width = fields.children.size();
     require(width > 0 && (ofCells || width == fields.names.size()),
@@ -226,7 +232,7 @@ Array decodeArray(const ArrayBytes& array) {
   return Decoder(nullptr, array.bytes.size()).array(array);
 }
 
-ItemList decodeEach(const std::vector<ArrayBytes>& arrays, std::shared_ptr<const void> owner) {
+ItemList decodeEach(const ArrayMessages& arrays, std::shared_ptr<const void> owner) {
   size_t size = 0;
   for (const ArrayBytes& array : arrays) size += array.bytes.size();
   Decoder decoder(std::move(owner), size);

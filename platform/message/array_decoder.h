@@ -3,8 +3,8 @@
 
 #include <memory>
 #include <string_view>
-#include <vector>
 
+#include "message/short_vector.h"
 #include "zorvandata/array.h"
 #include "zorvandata/item_list.h"
 
@@ -15,6 +15,7 @@ struct ArrayBytes {
   std::string_view bytes;
   bool cut;  // the message ended before the array did
 };
+using ArrayMessages = ShortVector<ArrayBytes, 8>;
 
 // Every length is held against the bytes left, every count against the dimensions, every index
 // against its range; each item uses up at least one byte. A message that is `cut` may break off
@@ -25,7 +26,6 @@ zorvandata::Array decodeArray(const ArrayBytes& array);
 // All of them, in order. While `owner` is held the bytes stay as they are: long columns, and the
 // DOUBLE and COMPLEX_DOUBLE properties of value objects, then refer to them, at any address, and
 // hold it. Without an owner all that is kept is copied.
-zorvandata::ItemList decodeEach(const std::vector<ArrayBytes>& arrays,
-                                std::shared_ptr<const void> owner);
+zorvandata::ItemList decodeEach(const ArrayMessages& arrays, std::shared_ptr<const void> owner);
 
 }  // namespace foundation::protobuf

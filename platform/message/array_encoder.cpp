@@ -33,12 +33,24 @@ void putReferences(Sink& sink, const ItemList& items) {
   });
 }
 
+// The type and the bytes of a scalar, both behind a tag and a number of one byte.
+template <class Sink>
+void putScalar(Sink& sink, const Item& item) {
+  const size_t size = elementSize(item.type());
+  putHead(sink, item.type(), 1, 1);
+  sink.sized(kElements, size, [&] { sink.bytes(item.scalarData(), size); });
+}
+size_t sizeOfScalar(const Item& item) { return 4 + elementSize(item.type()); }
+
 // A char row that is stored as UTF-8.
 template <class Sink>
 void putCharRow(Sink& sink, std::string_view utf8) {
   const size_t units = sink.choice([&] { return utf16Length(utf8); });
-  putHead(sink, ArrayType::CHAR, Dimensions::row(units));
+  putHead(sink, ArrayType::CHAR, 1, units);
   sink.sized(kElements, units * sizeof(char16_t), [&] {
+    if (units == utf8.size()) {  // only ASCII text has as many units as bytes
+      return sink.template each<char16_t>(units, [utf8](size_t i) { return utf8[i]; });
+    }
     const std::u16string text = toUtf16(utf8);
     sink.bytes(text.data(), text.size() * sizeof(char16_t));
   });
@@ -49,34 +61,39 @@ template <class Sink>
 void putElement(Sink& sink, const Item& item) {
   const ArrayImpl& array = item.array();
   const bool isRow = array.type() == ArrayType::CELL;
-  putHead(sink, array.type(),
-          isRow ? Dimensions::row(array.dimensions()[1]) : Dimensions::scalar());
+  putHead(sink, array.type(), 1, isRow ? array.dimensions()[1] : 1);
   if (array.layout()) putNames(sink, *array.layout());
   putRecord(sink, item);
 }
-
-}  // namespace
 
 template <class Sink>
 void putItem(Sink& sink, const Item& item) {
   switch (item.form()) {
     case Form::kEmpty:
-      return putHead(sink, ArrayType::DOUBLE, Dimensions());
-    case Form::kScalar: {
-      const size_t size = elementSize(item.type());
-      putHead(sink, item.type(), Dimensions::scalar());
-      return sink.sized(kElements, size, [&] { sink.bytes(item.scalarData(), size); });
-    }
+      return putHead(sink, ArrayType::DOUBLE, 0, 0);
+    case Form::kScalar:
+      return putScalar(sink, item);
     case Form::kText:
       return putCharRow(sink, item.utf8());
     case Form::kString:
     case Form::kMissing:
-      putHead(sink, ArrayType::ZORVAN_STRING, Dimensions::scalar());
+      putHead(sink, ArrayType::ZORVAN_STRING, 1, 1);
       return putString(sink, item);
     case Form::kElement:
       return putElement(sink, item);
     case Form::kArray:
       return putArray(sink, item.array());
+  }
+}
+
+}  // namespace
+
+template <class Sink>
+void putNested(Sink& sink, int field, const Item& item) {
+  if (item.form() == Form::kScalar) {
+    sink.sized(field, sizeOfScalar(item), [&] { putScalar(sink, item); });
+  } else {
+    sink.nested(field, [&] { putItem(sink, item); });
   }
 }
 
@@ -96,8 +113,8 @@ void putArray(Sink& sink, const ArrayImpl& array) {
   putItems(sink, array.items(), type == ArrayType::CELL);
 }
 
-template void putItem(MeasuringSink&, const Item&);
-template void putItem(WritingSink&, const Item&);
+template void putNested(MeasuringSink&, int, const Item&);
+template void putNested(WritingSink&, int, const Item&);
 template void putArray(MeasuringSink&, const ArrayImpl&);
 template void putArray(WritingSink&, const ArrayImpl&);
 

@@ -6,9 +6,11 @@
 
 namespace foundation::protobuf {
 
-// The fields of one ZORVAN_Array message for an item or an array.
+// An item as one ZORVAN_Array message in a field.
 template <class Sink>
-void putItem(Sink& sink, const zorvandata::Item& item);
+void putNested(Sink& sink, int field, const zorvandata::Item& item);
+
+// The fields of the ZORVAN_Array message of an array.
 template <class Sink>
 void putArray(Sink& sink, const zorvandata::ArrayImpl& array);
 

@@ -8,11 +8,8 @@ namespace {
 
 using namespace array_field;  // NOLINT: the vocabulary of this file
 
-void readBytes(const FieldReader& field, ArrayFields& fields) {
+void readBytes(const FieldReader& field, ItemFields& fields) {
   switch (field.number()) {
-    case kElements:
-      fields.elements = field.bytes();
-      return;
     case kKinds:
       fields.kinds = field.bytes();
       return;
@@ -31,18 +28,11 @@ void readBytes(const FieldReader& field, ArrayFields& fields) {
   }
 }
 
-}  // namespace
-
-void readField(const FieldReader& field, ArrayFields& fields) {
+void readItemField(const FieldReader& field, ItemFields& fields) {
   switch (field.number()) {
-    case kType:
-      if (field.isVarint()) fields.type = field.value();
-      return;
     case kItemType:
       if (field.isVarint()) fields.itemType = field.value();
       return;
-    case kDims:
-      return fields.dims.addVarints(field);
     case kInts:
       return fields.ints.addVarints(field);
     case kReals:
@@ -59,6 +49,23 @@ void readField(const FieldReader& field, ArrayFields& fields) {
       return fields.refs.addVarints(field);
     default:
       if (field.isBytes()) readBytes(field, fields);
+  }
+}
+
+}  // namespace
+
+void readField(const FieldReader& field, ArrayFields& fields) {
+  switch (field.number()) {
+    case kType:
+      if (field.isVarint()) fields.type = field.value();
+      return;
+    case kDims:
+      return fields.dims.addVarints(field);
+    case kElements:
+      if (field.isBytes()) fields.elements = field.bytes();
+      return;
+    default:
+      return readItemField(field, fields.items());
   }
 }
 

@@ -18,9 +18,8 @@ using zorvandata::ItemList;
 
 template <class Sink>
 void putNumber(Sink& sink, int field, int32_t value) {
-  sink.tag(field);
   // Negative numbers travel sign-extended to 64 bits.
-  sink.varint(static_cast<uint64_t>(int64_t{value}));
+  sink.number(field, static_cast<uint64_t>(int64_t{value}));
 }
 
 template <class Sink>
@@ -38,17 +37,6 @@ void putError(Sink& sink, const EngineError& error) {
       putText(sink, frame_field::kFunctionName, frame.functionName);
       putNumber(sink, frame_field::kLine, frame.line);
     });
-  }
-}
-
-template <class Sink>
-void putEnvelope(Sink& sink, const Envelope& envelope) {
-  for (const auto& item : envelope.arrays.impl().items()) {
-    sink.nested(envelope_field::kArrays, [&] { putItem(sink, item); });
-  }
-  if (envelope.nargout) putNumber(sink, envelope_field::kNargout, *envelope.nargout);
-  if (envelope.error) {
-    sink.nested(envelope_field::kError, [&] { putError(sink, *envelope.error); });
   }
 }
 
@@ -82,16 +70,26 @@ void readError(std::string_view bytes, EngineError& error) {
 
 }  // namespace
 
-EnvelopeEncoder::EnvelopeEncoder(const Envelope& envelope) : envelope_(envelope) {
-  plan_.reserve(4 * envelope.arrays.impl().elements() + 4);
-  if (envelope.arrays.getType() != ArrayType::CELL) {
+template <class Sink>
+void EnvelopeEncoder::put(Sink& sink) const {
+  for (const zorvandata::Item item : arrays_.items()) {
+    putNested(sink, envelope_field::kArrays, item);
+  }
+  if (nargout_) putNumber(sink, envelope_field::kNargout, *nargout_);
+  if (error_) sink.nested(envelope_field::kError, [&] { putError(sink, *error_); });
+}
+
+EnvelopeEncoder::EnvelopeEncoder(const Array& arrays, std::optional<int32_t> nargout,
+                                 const EngineError* error)
+    : arrays_(arrays.impl()), nargout_(nargout), error_(error) {
+  if (arrays_.type() != ArrayType::CELL) {
     throw zorvandata::InvalidArrayTypeException(
         "the values of a message must come in a cell array (a tuple, list or set of arguments), "
         "found " +
-        std::string(nameOf(envelope.arrays.getType())));
+        std::string(nameOf(arrays_.type())));
   }
   MeasuringSink sink(plan_);
-  putEnvelope(sink, envelope);
+  put(sink);
   size_ = sink.size();
   if (size_ > INT_MAX) {
     throw std::length_error("message of " + std::to_string(size_) +
@@ -101,11 +99,12 @@ EnvelopeEncoder::EnvelopeEncoder(const Envelope& envelope) : envelope_(envelope)
 
 void EnvelopeEncoder::write(uint8_t* out) const {
   WritingSink sink(plan_, out);
-  putEnvelope(sink, envelope_);
+  put(sink);
 }
 
 std::string encodeEnvelope(const Envelope& envelope) {
-  const EnvelopeEncoder encoder(envelope);
+  const EnvelopeEncoder encoder(envelope.arrays, envelope.nargout,
+                                envelope.error ? &*envelope.error : nullptr);
   std::string bytes(encoder.size(), '\0');
   encoder.write(reinterpret_cast<uint8_t*>(bytes.data()));
   return bytes;
@@ -113,8 +112,6 @@ std::string encodeEnvelope(const Envelope& envelope) {
 
 EnvelopeOutline readOutline(std::string_view bytes) {
   EnvelopeOutline outline;
-  constexpr size_t kUsual = 8;
-  outline.arrays.reserve(kUsual);
   FieldReader reader(bytes);
   while (reader.next()) {
     if (reader.number() == envelope_field::kArrays && reader.isMessage()) {
@@ -146,7 +143,7 @@ Envelope decodeEnvelope(std::string_view bytes) {
 namespace foundation::zorvandata::protobuf {
 
 std::string encodeArray(const Array& array) {
-  std::vector<size_t> plan;
+  foundation::protobuf::Plan plan;
   foundation::protobuf::MeasuringSink measure(plan);
   putArray(measure, array.impl());
   if (measure.size() > INT_MAX) throw std::length_error("array message exceeds the limit of 2 GiB");

@@ -12,28 +12,34 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "message/array_decoder.h"
 #include "message/envelope.h"
+#include "message/sinks.h"
 #include "zorvandata/array.h"
 
 namespace foundation::protobuf::common {
 
-// A message in the making. The envelope must live, unchanged, until write has returned.
+// The message of an envelope's parts, which must live, unchanged, until write has returned.
 class EnvelopeEncoder {
  public:
-  // Throws InvalidArrayTypeException when the envelope's arrays are no cell array,
+  // `error` may be NULL. Throws InvalidArrayTypeException when the arrays are no cell array,
   // or std::length_error when the message would exceed 2 GiB.
-  explicit EnvelopeEncoder(const Envelope& envelope);
+  EnvelopeEncoder(const zorvandata::Array& arrays, std::optional<int32_t> nargout,
+                  const EngineError* error = nullptr);
 
   size_t size() const { return size_; }
   // Writes size() bytes.
   void write(uint8_t* out) const;
 
  private:
-  const Envelope& envelope_;
-  std::vector<size_t> plan_;  // lengths and forms in writing order
+  template <class Sink>
+  void put(Sink& sink) const;
+
+  const zorvandata::ArrayImpl& arrays_;
+  std::optional<int32_t> nargout_;
+  const EngineError* error_;
+  Plan plan_;  // lengths and forms in writing order
   size_t size_ = 0;
 };
 
@@ -41,7 +47,7 @@ std::string encodeEnvelope(const Envelope& envelope);
 
 // A message whose arrays are still encoded; refers to the bytes it was read from.
 struct EnvelopeOutline {
-  std::vector<ArrayBytes> arrays;
+  ArrayMessages arrays;
   std::optional<int32_t> nargout;
   std::optional<EngineError> error;
   bool broken = false;  // the bytes broke off

@@ -3,7 +3,6 @@
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
 
-#include <climits>
 #include <cstring>
 #include <stdexcept>
 
@@ -15,11 +14,6 @@ namespace {
 using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
-
-std::string_view checkedSize(std::string_view bytes) {
-  if (bytes.size() > INT_MAX) throw std::length_error("message exceeds the limit of 2 GiB");
-  return bytes;
-}
 
 // A little-endian number.
 uint64_t fixed64Of(std::string_view bytes) {
@@ -44,10 +38,10 @@ bool ByteCursor::readLongVarint(uint64_t& value) {
   return false;
 }
 
-FieldReader::FieldReader(std::string_view bytes) : cursor_(checkedSize(bytes)) {}
+void FieldReader::throwTooLong() { throw std::length_error("message exceeds the limit of 2 GiB"); }
 
-bool FieldReader::next() {
-  if (broken_ || cursor_.atEnd()) return false;
+bool FieldReader::readAny() {
+  if (broken_) return false;
   uint64_t tag = 0;
   cut_ = false;
   broken_ = true;

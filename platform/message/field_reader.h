@@ -1,6 +1,7 @@
 // Reads the fields of one message out of a contiguous run of bytes.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +30,8 @@ class ByteCursor {
     }
     return (left() >= sizeof(uint64_t) && readShortVarint(at_, value)) || readLongVarint(value);
   }
+  // A byte further on, of which there must be as many left.
+  uint8_t peek(size_t offset) const { return at_[offset]; }
   // Moves past that many bytes, of which there must be as many left.
   std::string_view take(size_t count) {
     const std::string_view taken(reinterpret_cast<const char*>(at_), count);
@@ -48,10 +51,12 @@ class ByteCursor {
 class FieldReader {
  public:
   // At most 2 GiB; throws std::length_error beyond.
-  explicit FieldReader(std::string_view bytes);
+  explicit FieldReader(std::string_view bytes) : cursor_(bytes) {
+    if (bytes.size() > INT_MAX) throwTooLong();
+  }
 
   // Moves to the next field; false at the end, or where the bytes are no field any more.
-  bool next();
+  bool next() { return readShort() || (!cursor_.atEnd() && readAny()); }
   // True when the bytes broke off: next() returned false before their end, or the current field is
   // longer than they are.
   bool broken() const { return broken_; }
@@ -70,7 +75,27 @@ class FieldReader {
 
  private:
   enum class Kind { kVarint, kFixed64, kBytes, kOther };
+  enum : unsigned { kVarintType = 0, kBytesType = 2, kWireTypes = 7, kWireTypeBits = 3 };
 
+  // The usual field, of which the tag and the number or length are a byte each. False, without
+  // having moved, for any other.
+  bool readShort() {
+    if (broken_ || cursor_.left() < 2) return false;
+    const unsigned tag = cursor_.peek(0);
+    const unsigned value = cursor_.peek(1);
+    const bool isVarint = (tag & kWireTypes) == kVarintType;
+    const bool isBytes = (tag & kWireTypes) == kBytesType && value <= cursor_.left() - 2;
+    if (tag >= 0x80 || tag <= kWireTypes || value >= 0x80 || !(isVarint || isBytes)) return false;
+    number_ = static_cast<int>(tag >> kWireTypeBits);
+    kind_ = isVarint ? Kind::kVarint : Kind::kBytes;
+    cut_ = false;
+    cursor_.take(2);
+    value_ = value;
+    field_ = cursor_.take(isVarint ? 0 : value);
+    return true;
+  }
+  [[noreturn]] static void throwTooLong();
+  bool readAny();
   bool readValue(uint32_t tag);
   bool readBytes();
   bool skip(uint32_t tag);

@@ -20,7 +20,7 @@ namespace {
 // Takes the texts of a message one by one.
 class TextCursor {
  public:
-  explicit TextCursor(const ArrayFields& fields)
+  explicit TextCursor(const ItemFields& fields)
       : lengths_(fields.textLen.bytes()), text_(fields.text) {}
 
   std::optional<std::string_view> next() {
@@ -124,7 +124,7 @@ Buffer sumLengths(std::string_view codes, size_t count, size_t mostBytes, bool m
 }
 
 // The texts of a message, all of them.
-TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, Buffer bytes) {
+TextColumn textColumn(const ItemFields& fields, size_t count, ArrayType type, Buffer bytes) {
   Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
   auto* offset = reinterpret_cast<int64_t*>(offsets.mutableData());
   const std::string_view codes = fields.textLen.bytes();
@@ -145,13 +145,36 @@ TextColumn textColumn(const ArrayFields& fields, size_t count, ArrayType type, B
 
 }  // namespace
 
+namespace {
+
+// A short row of ASCII units, without a text of each form on the way; false for any other.
+bool appendAsciiRow(ItemList& list, std::string_view elements) {
+  constexpr size_t kShort = 64;
+  char text[kShort];
+  const size_t length = elements.size() / sizeof(char16_t);
+  if (length > kShort) return false;
+  char16_t all = 0;
+  for (size_t i = 0; i < length; ++i) {
+    char16_t unit = 0;
+    std::memcpy(&unit, elements.data() + i * sizeof(unit), sizeof(unit));
+    all |= unit;
+    text[i] = static_cast<char>(unit);
+  }
+  if (all >= 0x80) return false;
+  list.appendText({text, length});
+  return true;
+}
+
+}  // namespace
+
 void ItemDecoder::appendRow(ItemList& list, std::string_view elements) {
+  if (appendAsciiRow(list, elements)) return;
   std::u16string units(elements.size() / sizeof(char16_t), u'\0');
   if (!units.empty()) std::memcpy(units.data(), elements.data(), elements.size());
   list.appendText(toUtf8(units));
 }
 
-ItemList ItemDecoder::texts(const ArrayFields& fields, size_t count, ArrayType type) {
+ItemList ItemDecoder::texts(const ItemFields& fields, size_t count, ArrayType type) {
   if (!fields.textIndex.bytes().empty()) return repeatedTexts(fields, count, type);
   require(count <= fields.textLen.bytes().size(), "the dimensions do not match the texts");
   if (count >= kColumnFrom) {
@@ -173,7 +196,7 @@ ItemList ItemDecoder::texts(const ArrayFields& fields, size_t count, ArrayType t
   return list;
 }
 
-ItemList ItemDecoder::repeatedTexts(const ArrayFields& fields, size_t count, ArrayType type) const {
+ItemList ItemDecoder::repeatedTexts(const ItemFields& fields, size_t count, ArrayType type) const {
   size_t texts = 0;
   for (VarintCursor lengths(fields.textLen.bytes()); !lengths.atEnd(); ++texts) {
     require(lengths.next() <= kLongestRepeated + 1, "a repeated text is too long");
@@ -193,7 +216,7 @@ ItemList ItemDecoder::repeatedTexts(const ArrayFields& fields, size_t count, Arr
   return makeColumn(std::move(column));
 }
 
-ItemList ItemDecoder::integers(ArrayType type, const ArrayFields& fields, size_t count) {
+ItemList ItemDecoder::integers(ArrayType type, const ItemFields& fields, size_t count) {
   const bool is64Bits = type == ArrayType::INT64 || type == ArrayType::UINT64;
   VarintCursor values(fields.ints.bytes());
   if (is64Bits && count >= kColumnFrom && count <= fields.ints.bytes().size()) {
@@ -226,7 +249,7 @@ void ItemDecoder::appendScalar(ItemList& list, ArrayType type, const char* value
   list.appendScalar(type, value);
 }
 
-ItemList ItemDecoder::mixed(const ArrayFields& fields) {
+ItemList ItemDecoder::mixed(const ItemFields& fields) {
   ItemList list(arena());
   list.reserve(fields.kinds.size());
   VarintCursor ints(fields.ints.bytes());
@@ -254,7 +277,7 @@ ItemList ItemDecoder::mixed(const ArrayFields& fields) {
   return list;
 }
 
-ItemList ItemDecoder::references(const ArrayFields& fields, size_t count) {
+ItemList ItemDecoder::references(const ItemFields& fields, size_t count) {
   ItemList list(arena());
   VarintCursor refs(fields.refs.bytes());
   while (!refs.atEnd()) list.appendScalar(uint64_t{refs.next()});

@@ -19,12 +19,11 @@ class ItemDecoder {
       : owner_(std::move(owner)), messageSize_(messageSize) {}
 
   // Texts: char rows, strings or the names of enumeration members.
-  zorvandata::ItemList texts(const ArrayFields& fields, size_t count, zorvandata::ArrayType type);
-  zorvandata::ItemList integers(zorvandata::ArrayType type, const ArrayFields& fields,
-                                size_t count);
+  zorvandata::ItemList texts(const ItemFields& fields, size_t count, zorvandata::ArrayType type);
+  zorvandata::ItemList integers(zorvandata::ArrayType type, const ItemFields& fields, size_t count);
   zorvandata::ItemList scalars(zorvandata::ArrayType type, std::string_view elements);
-  zorvandata::ItemList mixed(const ArrayFields& fields);
-  zorvandata::ItemList references(const ArrayFields& fields, size_t count);
+  zorvandata::ItemList mixed(const ItemFields& fields);
+  zorvandata::ItemList references(const ItemFields& fields, size_t count);
 
   // A char row of UTF-16 units, a scalar of a dense type.
   static void appendRow(zorvandata::ItemList& list, std::string_view elements);
@@ -38,7 +37,7 @@ class ItemDecoder {
 
  private:
   // Each element's position among a few short texts.
-  zorvandata::ItemList repeatedTexts(const ArrayFields& fields, size_t count,
+  zorvandata::ItemList repeatedTexts(const ItemFields& fields, size_t count,
                                      zorvandata::ArrayType type) const;
 
   std::shared_ptr<const void> owner_;

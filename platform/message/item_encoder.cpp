@@ -49,7 +49,7 @@ void putLengths(Sink& sink, const TextColumn& column) {
   const size_t isShort = sink.choice([&] { return !anyMissing && column.longest() < 0x7F; });
   if (isShort) {  // a byte each
     return sink.sized(kTextLen, count, [&] {
-      sink.eachByte(count, [=](size_t i) { return offsets[i + 1] - offsets[i] + 1; });
+      sink.template each<uint8_t>(count, [=](size_t i) { return offsets[i + 1] - offsets[i] + 1; });
     });
   }
   sink.nested(kTextLen, [&] {

@@ -200,7 +200,7 @@ void putElements(Sink& sink, const ItemSpan& items) {
 template <class Sink>
 void putChildren(Sink& sink, const ItemSpan& items) {
   for (const Item& item : items) {
-    if (kindOf(item) == kChildKind) sink.nested(kChildren, [&] { putItem(sink, item); });
+    if (kindOf(item) == kChildKind) putNested(sink, kChildren, item);
   }
 }
 

@@ -39,8 +39,7 @@ void putRecord(Sink& sink, const zorvandata::Item& record);
 
 template <class Sink>
 void putEnum(Sink& sink, int field, zorvandata::ArrayType type) {
-  sink.tag(field);
-  sink.varint(static_cast<uint64_t>(type));
+  sink.number(field, static_cast<uint64_t>(type));
 }
 
 template <class Sink>
@@ -48,11 +47,22 @@ void putText(Sink& sink, int field, std::string_view text) {
   sink.sized(field, text.size(), [&] { sink.bytes(text.data(), text.size()); });
 }
 
-// What every message begins with.
+// What every message begins with; of a matrix,
+template <class Sink>
+void putHead(Sink& sink, zorvandata::ArrayType type, size_t rows, size_t columns) {
+  putEnum(sink, array_field::kType, type);
+  if (rows == 1 && columns == 1) return;
+  sink.sized(array_field::kDims, varintSize(rows) + varintSize(columns), [&] {
+    sink.varint(rows);
+    sink.varint(columns);
+  });
+}
+
+// or of any array.
 template <class Sink>
 void putHead(Sink& sink, zorvandata::ArrayType type, const zorvandata::Dimensions& dims) {
+  if (dims.count() == 2) return putHead(sink, type, dims[0], dims[1]);
   putEnum(sink, array_field::kType, type);
-  if (dims.isScalar()) return;
   sink.nested(array_field::kDims, [&] {
     for (size_t i = 0; i < dims.count(); ++i) sink.varint(dims[i]);
   });
@@ -70,7 +80,7 @@ void putNames(Sink& sink, const zorvandata::Layout& layout) {
 template <class Sink, class PutValues>
 void putField(Sink& sink, size_t count, const PutValues& putValues) {
   sink.nested(array_field::kChildren, [&] {
-    putHead(sink, zorvandata::ArrayType::CELL, zorvandata::Dimensions::row(count));
+    putHead(sink, zorvandata::ArrayType::CELL, 1, count);
     putValues();
   });
 }

@@ -31,10 +31,10 @@ std::shared_ptr<const Layout> makeLayout(std::string className, std::vector<std:
   return layout;
 }
 
-ArrayImpl::ArrayImpl(ArrayType type, Dimensions dimensions, Content content,
+ArrayImpl::ArrayImpl(ArrayType type, const Dimensions& dimensions, Content&& content,
                      std::shared_ptr<const Layout> layout)
     : type_(type),
-      dimensions_(std::move(dimensions)),
+      dimensions_(dimensions),
       layout_(std::move(layout)),
       content_(std::move(content)) {}
 
@@ -68,10 +68,9 @@ void ArrayImpl::addName(const std::string& name) {
   layout_ = std::move(layout);
 }
 
-Array makeArray(ArrayType type, Dimensions dimensions, ArrayImpl::Content content,
+Array makeArray(ArrayType type, const Dimensions& dimensions, ArrayImpl::Content&& content,
                 std::shared_ptr<const Layout> layout) {
-  return Array::adopt(
-      new ArrayImpl(type, std::move(dimensions), std::move(content), std::move(layout)));
+  return Array::adopt(new ArrayImpl(type, dimensions, std::move(content), std::move(layout)));
 }
 
 Array makeDense(ArrayType type, const Dimensions& dimensions, Buffer buffer) {

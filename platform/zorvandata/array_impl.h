@@ -56,7 +56,7 @@ class ArrayImpl {
  public:
   using Content = std::variant<Buffer, ItemList, std::shared_ptr<const SparseContent>>;
 
-  ArrayImpl(ArrayType type, Dimensions dimensions, Content content,
+  ArrayImpl(ArrayType type, const Dimensions& dimensions, Content&& content,
             std::shared_ptr<const Layout> layout = nullptr);
   // A copy with no other owner.
   ArrayImpl(const ArrayImpl& other);
@@ -99,7 +99,7 @@ class ArrayImpl {
 };
 
 // A new array of its own; throws std::bad_alloc.
-Array makeArray(ArrayType type, Dimensions dimensions, ArrayImpl::Content content,
+Array makeArray(ArrayType type, const Dimensions& dimensions, ArrayImpl::Content&& content,
                 std::shared_ptr<const Layout> layout = nullptr);
 
 // A dense array over a buffer; throws InvalidDimensionsException when the sizes do not match.

@@ -47,24 +47,12 @@ class Item {
   // Items that refer to what they are made of. A scalar of at most 8 bytes is copied.
   static Item ofScalar(ArrayType type, const void* value) {
     Item item;
-    item.form_ = Form::kScalar;
-    item.type_ = static_cast<uint8_t>(type);
-    const size_t size = elementSize(type);
-    item.wide_ = size > sizeof(item.bits_);
-    if (item.wide_) {
-      item.text_ = static_cast<const char*>(value);
-    } else {
-      std::memcpy(&item.bits_, value, size);
-    }
+    item.setScalar(type, value);
     return item;
   }
   static Item ofText(Form form, std::string_view utf8) {
     Item item;
-    item.form_ = form;
-    item.type_ =
-        static_cast<uint8_t>(form == Form::kText ? ArrayType::CHAR : ArrayType::ZORVAN_STRING);
-    item.size_ = static_cast<uint32_t>(utf8.size());
-    item.text_ = utf8.data();
+    item.setText(form, utf8);
     return item;
   }
   static Item missing() {
@@ -83,6 +71,27 @@ class Item {
 
  private:
   friend class ItemList;
+
+  // Of new items, in place: a copy of an item just written waits for what was written.
+  void setScalar(ArrayType type, const void* value) {
+    form_ = Form::kScalar;
+    type_ = static_cast<uint8_t>(type);
+    const size_t size = elementSize(type);
+    wide_ = size > sizeof(bits_);
+    if (wide_) {
+      text_ = static_cast<const char*>(value);
+    } else if (size == sizeof(bits_)) {
+      std::memcpy(&bits_, value, sizeof(bits_));
+    } else {
+      std::memcpy(&bits_, value, size);
+    }
+  }
+  void setText(Form form, std::string_view utf8) {
+    form_ = form;
+    type_ = static_cast<uint8_t>(form == Form::kText ? ArrayType::CHAR : ArrayType::ZORVAN_STRING);
+    size_ = static_cast<uint32_t>(utf8.size());
+    text_ = utf8.data();
+  }
 
   bool hasHandle() const { return form_ == Form::kArray || form_ == Form::kElement; }
 

@@ -152,7 +152,15 @@ void ItemList::append(const ItemList& from, size_t i) {
 
 void ItemList::appendScalar(ArrayType type, const void* value) {
   expandColumn();
-  items_.push_back(scalarItem(type, value));
+  const size_t size = elementSize(type);
+  const void* kept = size > sizeof(uint64_t) ? store(value, size) : value;
+  items_.emplace_back().setScalar(type, kept);
+}
+
+void ItemList::addText(Item::Form form, std::string_view utf8) {
+  expandColumn();
+  const std::string_view stored = storeText(utf8);
+  items_.emplace_back().setText(form, stored);
 }
 
 // Releases what the slot held and takes over the reference that the new item carries.
@@ -205,12 +213,16 @@ Item ItemList::scalarItem(ArrayType type, const void* value) {
 }
 
 Item ItemList::textItem(Item::Form form, std::string_view utf8) {
-  if (utf8.size() > kLongestText) throw std::bad_alloc();
-  return Item::ofText(form, {store(utf8.data(), utf8.size()), utf8.size()});
+  return Item::ofText(form, storeText(utf8));
 }
 
 Item ItemList::stringItem(std::optional<std::string_view> utf8) {
   return utf8 ? textItem(Item::Form::kString, *utf8) : Item::missing();
+}
+
+std::string_view ItemList::storeText(std::string_view utf8) {
+  if (utf8.size() > kLongestText) throw std::bad_alloc();
+  return {store(utf8.data(), utf8.size()), utf8.size()};
 }
 
 const char* ItemList::store(const void* bytes, size_t size) {

@@ -20,6 +20,7 @@ class ItemColumn;
 // Append-only memory for texts and wide scalars; addresses stay valid as long as the arena lives.
 class Arena {
  public:
+  Arena() {}  // NOLINT(modernize-use-equals-default): leaves the first chunk as it is
   const char* store(const void* bytes, size_t size);
 
  private:
@@ -116,13 +117,11 @@ class ItemList {
       std::memcpy(&item.bits_, &value, sizeof(T));
     }
   }
-  void appendText(std::string_view utf8) {
-    expandColumn();
-    items_.push_back(textItem(Item::Form::kText, utf8));
-  }
+  void appendText(std::string_view utf8) { addText(Item::Form::kText, utf8); }
   void appendString(std::optional<std::string_view> utf8) {
+    if (utf8) return addText(Item::Form::kString, *utf8);
     expandColumn();
-    items_.push_back(stringItem(utf8));
+    items_.push_back(Item::missing());
   }
 
  private:
@@ -137,6 +136,7 @@ class ItemList {
     expandColumn();
     return items_.emplace_back();
   }
+  void addText(Item::Form form, std::string_view utf8);
   // Makes room for one more, so that adding an item that owns a reference cannot fail.
   void grow();
   void put(size_t i, Item item);
@@ -146,6 +146,7 @@ class ItemList {
   Item textItem(Item::Form form, std::string_view utf8);
   Item stringItem(std::optional<std::string_view> utf8);
   const char* store(const void* bytes, size_t size);
+  std::string_view storeText(std::string_view utf8);
 
   std::vector<Item> items_;
   std::shared_ptr<Arena> arena_;

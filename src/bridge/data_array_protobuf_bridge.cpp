@@ -11,7 +11,6 @@
 namespace zds::client::zorvandata::protobuf {
 
 using foundation::protobuf::common::EngineError;
-using foundation::protobuf::common::Envelope;
 using foundation::protobuf::common::EnvelopeEncoder;
 using foundation::protobuf::common::EnvelopeOutline;
 using foundation::protobuf::common::StackFrame;
@@ -45,8 +44,7 @@ Array errorStruct(const EngineError& error) {
 
 std::optional<PyObjectWithGuard> mdata2protobuf(const Array& args, long nargout) {
   try {
-    const Envelope envelope{args, static_cast<int32_t>(nargout), std::nullopt};
-    const EnvelopeEncoder encoder(envelope);
+    const EnvelopeEncoder encoder(args, static_cast<int32_t>(nargout));
     auto bytes = PyObjectWithGuard::owned(
         PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(encoder.size())));
     if (!bytes) return std::nullopt;

@@ -32,15 +32,19 @@ struct Arguments {
 
 PyObject* toSerialized(PyObject* module, const Arguments& args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Invalid module");
-  const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
-  if (keywords.failed) return nullptr;
+  int64_t nargout = KeywordArgs().nargout;
+  if (kwargs) {
+    const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
+    if (keywords.failed) return nullptr;
+    nargout = keywords.nargout;
+  }
   if (args.count != 1) {
     return fail(PyExc_TypeError, "py_to_serialized_str requires exactly one positional argument");
   }
   const auto values = createZorvanDataArray(args.items[0]);
   // A value that left an error pending has failed, whatever the converter returned.
   if (!values || PyErr_Occurred()) return nullptr;
-  auto bytes = mdata2protobuf(*values, static_cast<long>(keywords.nargout));
+  auto bytes = mdata2protobuf(*values, static_cast<long>(nargout));
   return bytes ? bytes->release() : nullptr;
 }
 
@@ -90,7 +94,7 @@ PyObject* toPython(PyObject* module, const Arguments& args, PyObject* kwargs) {
   {
     const BytesArgument data(args);
     if (!data) return fail(PyExc_ValueError, "args invalid");
-    if (parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
+    if (kwargs && parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
     result = protobuf2mdata(data.bytes(), data.owner());
   }
   return result ? createPyObject(*result) : nullptr;

@@ -18,12 +18,15 @@ bool isSame(const PyObjectWithGuard& a, const PyObjectWithGuard& b) { return a.g
 
 }  // namespace
 
-ArgumentScope::ArgumentScope()
-    : arena_(std::make_shared<Arena>()), outer_(std::exchange(current, this)) {}
+ArgumentScope::ArgumentScope() : outer_(std::exchange(current, this)) {}
 
 ArgumentScope::~ArgumentScope() { current = outer_; }
 
-std::shared_ptr<Arena> ArgumentScope::arena() { return current ? current->arena_ : nullptr; }
+std::shared_ptr<Arena> ArgumentScope::arena() {
+  if (!current || std::exchange(current->isOutermost_, false)) return nullptr;
+  if (!current->arena_) current->arena_ = std::make_shared<Arena>();
+  return current->arena_;
+}
 
 std::shared_ptr<const Layout> ArgumentScope::layoutOf(const DictKeys& keys) {
   if (!current || !current->layout_) return nullptr;

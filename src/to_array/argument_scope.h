@@ -20,7 +20,8 @@ class ArgumentScope {
   ArgumentScope(const ArgumentScope&) = delete;
   ArgumentScope& operator=(const ArgumentScope&) = delete;
 
-  // Storage for the texts of all containers that are made; NULL outside of any scope.
+  // Storage for the texts of all containers within the outermost one, which has its own, so that a
+  // small call needs none of this; NULL for that one and outside of any scope.
   static std::shared_ptr<foundation::zorvandata::Arena> arena();
 
   // The layout of the dict converted last, if its keys were these very objects in this order: the
@@ -30,6 +31,7 @@ class ArgumentScope {
   static void remember(DictKeys keys, std::shared_ptr<const foundation::zorvandata::Layout> layout);
 
  private:
+  bool isOutermost_ = true;
   std::shared_ptr<foundation::zorvandata::Arena> arena_;
   DictKeys keys_;
   std::shared_ptr<const foundation::zorvandata::Layout> layout_;

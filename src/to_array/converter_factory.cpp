@@ -99,11 +99,13 @@ ConvertToZorvanDataArray& ConvertToZorvanDataArrayFactory::findConverter(PyObjec
 
 const std::shared_ptr<ConvertToZorvanDataArray>& ConvertToZorvanDataArrayFactory::find(
     PyObject* obj) {
-  static const ConverterMap& map = converterMap();
-  static const BuiltinConverters builtins(map);
-  static const Converter& null = map.at("NULL").converter;
+  static const BuiltinConverters builtins(converterMap());
+  if (obj) {
+    if (const Converter* builtin = builtins.find(Py_TYPE(obj))) return *builtin;
+  }
+  const ConverterMap& map = converterMap();
+  const Converter& null = map.at("NULL").converter;
   if (!obj) return null;
-  if (const Converter* builtin = builtins.find(Py_TYPE(obj))) return *builtin;
   const std::string name = getTypeName(obj);
   if (PyErr_Occurred()) return null;
   const auto found = map.find(name);

@@ -27,7 +27,7 @@ std::unordered_map<const Layout*, KnownKeys>& knownKeys() {
 ConversionScope::ConversionScope() : collecting_(PyGC_Disable() != 0) {}
 
 ConversionScope::~ConversionScope() {
-  knownKeys().clear();
+  if (!knownKeys().empty()) knownKeys().clear();
   if (collecting_) PyGC_Enable();
 }
 

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "to_python/numeric_converters.h"
+#include "to_python/text_converters.h"
 #include "util/message_catalogue.h"
 #include "util/python_error.h"
 
@@ -30,53 +32,68 @@ ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getConverter
 
 ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getScalarConverter(
     ArrayType type) {
-  const Converter* converter = find(converterMaps().scalar, type);
-  return converter ? *converter : nullptr;
+  return find(converterMaps().scalar, type);
 }
 
 ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getMatrixConverter(
     ArrayType type) {
-  const Converter* converter = find(converterMaps().matrix, type);
-  return converter ? *converter : nullptr;
+  return find(converterMaps().matrix, type);
 }
 
-const ConvertZDAToPyObjectFactory::Converter* ConvertZDAToPyObjectFactory::find(
-    const ConverterMap& map, ArrayType type) {
+ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::find(const ConverterMap& map,
+                                                                         ArrayType type) {
   const auto found = map.find(type);
-  if (found != map.end()) return &found->second;
+  if (found != map.end()) return found->second;
   setUnsupportedTypeError(type);
   return nullptr;
+}
+
+PyObject* ConvertZDAToPyObjectFactory::convertArray(const Array& array) {
+  const ArrayType type = array.getType();
+  if (isSparse(type)) {
+    setSparseError();
+    return nullptr;
+  }
+  const ConvertZDAToPyObject* converter = findQuickly(type, array.getNumberOfElements() == 1);
+  return converter ? converter->convert(array) : nullptr;
 }
 
 PyObject* ConvertZDAToPyObjectFactory::convertElement(const ItemList& items, size_t i) {
   const Item item = items[i];
-  if (item.form() == Item::Form::kArray) {
-    const Array array = items.get(i);
-    const Converter converter = getConverter(array, false);
-    return converter ? converter->convert(array) : nullptr;
-  }
-  // All other forms are one element, or none, or a text, whose converter is the same either way.
   const ArrayType type = item.type();
-  if (item.form() == Item::Form::kEmpty) {
-    const Converter* converter = find(converterMaps().matrix, type);
-    return converter ? (*converter)->convertItem(items, i) : nullptr;
+  switch (item.form()) {
+    case Item::Form::kArray:
+      return convertArray(items.get(i));
+    case Item::Form::kText:
+      return makeText(item.utf8());
+    case Item::Form::kScalar:
+      // The most frequent ones without a converter's call.
+      if (type == ArrayType::DOUBLE) return convertNumericElem(item.scalar<double>());
+      if (type == ArrayType::INT64) return convertNumericElem(item.scalar<int64_t>());
+      break;
+    default:
+      break;
   }
-  if (const ConvertZDAToPyObject* converter = itemConverter(type)) {
-    return converter->convertItem(items, i);
-  }
-  setUnsupportedTypeError(type);
-  return nullptr;
+  // All other forms are one element, or none.
+  const ConvertZDAToPyObject* converter = findQuickly(type, item.form() != Item::Form::kEmpty);
+  return converter ? converter->convertItem(items, i) : nullptr;
 }
 
-const ConvertZDAToPyObject* ConvertZDAToPyObjectFactory::itemConverter(ArrayType type) {
-  static const auto table = [] {
-    std::array<const ConvertZDAToPyObject*, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1> byCode{};
-    for (const auto& [key, converter] : converterMaps().scalar) {
-      byCode.at(static_cast<size_t>(codeOf(key))) = converter.get();
+const ConvertZDAToPyObject* ConvertZDAToPyObjectFactory::findQuickly(ArrayType type,
+                                                                     bool isScalar) {
+  using ByCode =
+      std::array<const ConvertZDAToPyObject*, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1>;
+  const auto byCode = [](const ConverterMap& map) {
+    ByCode table{};
+    for (const auto& [key, converter] : map) {
+      table.at(static_cast<size_t>(codeOf(key))) = converter.get();
     }
-    return byCode;
-  }();
-  return table[static_cast<size_t>(codeOf(type))];
+    return table;
+  };
+  static const ByCode tables[] = {byCode(converterMaps().matrix), byCode(converterMaps().scalar)};
+  const ConvertZDAToPyObject* converter = tables[isScalar][static_cast<size_t>(codeOf(type))];
+  if (!converter) setUnsupportedTypeError(type);
+  return converter;
 }
 
 void setSparseError() { setPythonErrorStr(PyExc_TypeError, formatMessage(SparseNotSupported)); }

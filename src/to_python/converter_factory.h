@@ -21,6 +21,9 @@ class ConvertZDAToPyObjectFactory {
   static Converter getScalarConverter(foundation::zorvandata::ArrayType type);
   static Converter getMatrixConverter(foundation::zorvandata::ArrayType type);
 
+  // New reference to an array's object: what getConverter's converter makes of it. NULL with a
+  // Python error set.
+  static PyObject* convertArray(const foundation::zorvandata::Array& array);
   // New reference to an element of a container, converted by the converter that getConverter has
   // for it; NULL with a Python error set. Makes no array of the element where it can.
   static PyObject* convertElement(const foundation::zorvandata::ItemList& items, size_t i);
@@ -34,9 +37,10 @@ class ConvertZDAToPyObjectFactory {
 
   static ConverterMaps initConverterMap();
   static const ConverterMaps& converterMaps();
-  static const Converter* find(const ConverterMap& map, foundation::zorvandata::ArrayType type);
-  // The scalar converters by type code, for the many elements of containers; NULL for none.
-  static const ConvertZDAToPyObject* itemConverter(foundation::zorvandata::ArrayType type);
+  static Converter find(const ConverterMap& map, foundation::zorvandata::ArrayType type);
+  // Without a count of owners; NULL, with TypeError set, for none.
+  static const ConvertZDAToPyObject* findQuickly(foundation::zorvandata::ArrayType type,
+                                                 bool isScalar);
 };
 
 // The TypeErrors for arrays that have no counterpart in Python.

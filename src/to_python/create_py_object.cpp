@@ -21,8 +21,7 @@ PyObject* createPyObject(Array& array) noexcept {
       return nullptr;
     }
     const detail::ConversionScope scope;
-    const auto converter = detail::ConvertZDAToPyObjectFactory::getConverter(array, false);
-    return converter ? converter->convert(array) : nullptr;
+    return detail::ConvertZDAToPyObjectFactory::convertArray(array);
   } catch (...) {
     PythonUtil::setPythonErrorFromException();
     return nullptr;

@@ -1,0 +1,60 @@
+// Plain values in a row, the first few of them without heap memory: most messages are small.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+namespace foundation::protobuf {
+
+// Adding a value throws std::bad_alloc, having changed nothing, and
+// otherwise invalidates references to the others.
+template <class T, size_t kFew>
+class ShortVector {
+  static_assert(std::is_trivially_copyable_v<T>);
+
+ public:
+  ShortVector() {}  // NOLINT(modernize-use-equals-default): leaves the storage as it is
+  ShortVector(ShortVector&& other) noexcept : many_(std::move(other.many_)), size_(other.size_) {
+    if (many_) {
+      values_ = std::exchange(other.values_, reinterpret_cast<T*>(other.few_));
+      capacity_ = std::exchange(other.capacity_, kFew);
+      other.size_ = 0;
+    } else {
+      std::uninitialized_copy(other.begin(), other.end(), values_);
+    }
+  }
+  ShortVector& operator=(ShortVector&&) = delete;
+
+  size_t size() const { return size_; }
+  const T* begin() const { return values_; }
+  const T* end() const { return values_ + size_; }
+  const T& operator[](size_t i) const { return values_[i]; }
+  T& operator[](size_t i) { return values_[i]; }
+  void push_back(T value) {
+    if (size_ == capacity_) grow();
+    new (values_ + size_) T(value);
+    ++size_;
+  }
+  void pop_back() { --size_; }
+
+ private:
+  void grow() {
+    std::unique_ptr<std::byte[]> larger(new std::byte[2 * capacity_ * sizeof(T)]);
+    T* values = reinterpret_cast<T*>(larger.get());
+    std::uninitialized_copy(begin(), end(), values);
+    values_ = values;
+    capacity_ *= 2;
+    many_ = std::move(larger);
+  }
+
+  alignas(T) std::byte few_[kFew * sizeof(T)];
+  std::unique_ptr<std::byte[]> many_;
+  T* values_ = reinterpret_cast<T*>(few_);
+  size_t size_ = 0;
+  size_t capacity_ = kFew;
+};
+
+}  // namespace foundation::protobuf
