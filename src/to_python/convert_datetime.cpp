@@ -1,5 +1,6 @@
 // The engine's datetime as a datetime.datetime or numpy.datetime64, or an array of them.
 #include <string>
+#include <vector>
 
 #include "to_python/numpy_times.h"
 #include "to_python/text_converters.h"
@@ -41,20 +42,23 @@ PyObject* makeScalar(Time time, const DatetimeMaker& maker) {
 }
 
 PyObject* makeNaiveArray(const Array& data) {
-  const auto times = countTimes(data, FinestUnit::kNanosecond, kClass);
+  const auto times = countTimes(data, kClass);
   return times ? makeNumpyTimes(kDatetime64, *times) : nullptr;
 }
 
 PyObject* makeAwareArray(const Array& data, const DatetimeMaker& maker) {
-  const auto times = countTimes(data, FinestUnit::kMicrosecond, kClass);
-  if (!times) return nullptr;
   const auto nat = PyObjectWithGuard::owned(makeNumpyNaT());
   if (!nat) return nullptr;
-  const int64_t* counts = TypedArray<int64_t>(times->counts).begin();
-  const auto list = PyObjectWithGuard::owned(makeList(data.getNumberOfElements(), [&](size_t i) {
-    return counts[i] == kNaTCount ? Py_NewRef(nat.get()) : maker.make(counts[i]);
-  }));
-  return list ? makeNumpyObjects(list.get(), data.dimensions()) : nullptr;
+  std::vector<int64_t> counts;
+  size_t first = 0;
+  return makeNumpyObjects(data.dimensions(), [&](size_t count) {
+    counts.resize(count);
+    if (!countMicroseconds(data, first, counts, kClass)) return PyObjectWithGuard();
+    first += count;
+    return PyObjectWithGuard::owned(makeList(count, [&](size_t i) {
+      return counts[i] == kNaTCount ? Py_NewRef(nat.get()) : maker.make(counts[i]);
+    }));
+  });
 }
 
 PyObject* makeDates(const ItemList& items, size_t position, const DatetimeMaker& maker) {

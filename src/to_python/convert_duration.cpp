@@ -54,7 +54,7 @@ PyObject* ZorvanObjectToPyObject::convertDuration(const ObjectElement& object) c
   }
   const TypedArray<double> millis(items.get(*position));
   if (millis.getNumberOfElements() == 1) return makeScalar(millis[0]);
-  const auto times = countTimes(millis, FinestUnit::kNanosecond, kClass);
+  const auto times = countTimes(millis, kClass);
   return times ? makeNumpyTimes(kTimedelta64, *times) : nullptr;
 }
 

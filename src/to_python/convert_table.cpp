@@ -33,7 +33,7 @@ PyObject* makeZonedTimes(PyObject* times, PyObject* zone) {
 }
 
 PyObject* makeNumpyTimeColumn(NumpyTimeClass timeClass, const Array& times, const char* className) {
-  const auto counts = countTimes(times, FinestUnit::kNanosecond, className);
+  const auto counts = countTimes(times, className);
   if (!counts) return nullptr;
   const auto matrix = PyObjectWithGuard::owned(makeNumpyTimes(timeClass, *counts));
   return matrix ? PyObject_CallMethod(matrix.get(), "reshape", "i", -1) : nullptr;

@@ -1,5 +1,7 @@
 #include "to_python/numpy_times.h"
 
+#include <algorithm>
+
 #include "to_python/convert_zda_to_nd_py_array.h"
 #include "to_python/imported_attribute.h"
 
@@ -49,14 +51,23 @@ PyObject* makeNumpyNaT() {
 }
 
 // The array of the reversed extents in row-major order, transposed.
-PyObject* makeNumpyObjects(PyObject* list, const Dimensions& dims) {
-  static ImportedAttribute makeArray("numpy", "array");
-  if (!makeArray.get()) return nullptr;
+PyObject* makeNumpyObjects(const Dimensions& dims, const NextObjects& next) {
+  static ImportedAttribute makeEmpty("numpy", "empty");
+  if (!makeEmpty.get()) return nullptr;
   const auto shape = reversedShape(dims);
   if (!shape) return nullptr;
+  const auto size = static_cast<Py_ssize_t>(dims.elements());
   const auto row =
-      PyObjectWithGuard::owned(PyObject_CallFunction(makeArray.get(), "Os", list, "O"));
+      PyObjectWithGuard::owned(PyObject_CallFunction(makeEmpty.get(), "ns", size, "O"));
   if (!row) return nullptr;
+  constexpr Py_ssize_t kPart = 8192;
+  for (Py_ssize_t first = 0; first < size; first += kPart) {
+    const Py_ssize_t count = std::min(kPart, size - first);
+    const auto part = next(static_cast<size_t>(count));
+    if (!part || PySequence_SetSlice(row.get(), first, first + count, part.get()) != 0) {
+      return nullptr;
+    }
+  }
   const auto reversed =
       PyObjectWithGuard::owned(PyObject_CallMethod(row.get(), "reshape", "(O)", shape.get()));
   return reversed ? PyObject_CallMethod(reversed.get(), "transpose", nullptr) : nullptr;

@@ -4,9 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "to_python/time_counts.h"
-#include "util/python_api.h"
+#include "util/py_object_guard.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -27,7 +28,11 @@ PyObject* makeNumpyTime(NumpyTimeClass timeClass, int64_t nanoseconds);
 // The scalar numpy.datetime64("NaT").
 PyObject* makeNumpyNaT();
 
-// An array of the objects in a list, which are no sequences, in column-major order.
-PyObject* makeNumpyObjects(PyObject* list, const foundation::zorvandata::Dimensions& dims);
+// Gives so many objects, which are no sequences, as a list; empty with a Python error set.
+using NextObjects = std::function<PythonUtil::PyObjectWithGuard(size_t count)>;
+
+// An array of objects, asked for in column-major order, a part at a time: all of them in a list
+// would take as much memory as the array.
+PyObject* makeNumpyObjects(const foundation::zorvandata::Dimensions& dims, const NextObjects& next);
 
 }  // namespace PythonZorvanDataArray::detail

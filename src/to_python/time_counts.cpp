@@ -179,17 +179,24 @@ void setRangeError(TimePair time, const char* className, bool nanoseconds) {
 }
 
 template <class Time>
-std::optional<TimeCounts> countTimes(const TypedArray<Time>& array, FinestUnit finest,
-                                     const char* className) {
+bool countMicroseconds(const TypedArray<Time>& array, size_t first, std::vector<int64_t>& counts,
+                       const char* className) {
+  const Time* times = array.begin() + first;
+  const size_t done = countAll<kMicroseconds, false>(times, counts.size(), counts.data());
+  if (done == counts.size()) return true;
+  setRangeError(pairOf(timeAt(times, done)), className, false);
+  return false;
+}
+
+template <class Time>
+std::optional<TimeCounts> countTimes(const TypedArray<Time>& array, const char* className) {
   const Time* times = array.begin();
   const size_t size = array.getNumberOfElements();
   Buffer buffer = Buffer::uninitialized(size * sizeof(int64_t));
   auto* counts = reinterpret_cast<int64_t*>(buffer.mutableData());
 
-  const bool mayBeFiner = finest == FinestUnit::kNanosecond;
-  size_t done = mayBeFiner ? countAll<kMicroseconds, true>(times, size, counts)
-                           : countAll<kMicroseconds, false>(times, size, counts);
-  const bool nanoseconds = mayBeFiner && done < size && neededNanoseconds(timeAt(times, done));
+  size_t done = countAll<kMicroseconds, true>(times, size, counts);
+  const bool nanoseconds = done < size && neededNanoseconds(timeAt(times, done));
   if (nanoseconds) done = countAll<kNanoseconds, false>(times, size, counts);
   if (done < size) {
     setRangeError(pairOf(timeAt(times, done)), className, nanoseconds);
@@ -226,10 +233,17 @@ std::optional<int64_t> countMicroseconds(TimePair time, const char* className) {
   return count;
 }
 
-std::optional<TimeCounts> countTimes(const Array& times, FinestUnit finest, const char* className) {
+bool countMicroseconds(const Array& times, size_t first, std::vector<int64_t>& counts,
+                       const char* className) {
   return times.getType() == ArrayType::COMPLEX_DOUBLE
-             ? countTimes(TypedArray<TimePair>(times), finest, className)
-             : countTimes(TypedArray<double>(times), finest, className);
+             ? countMicroseconds(TypedArray<TimePair>(times), first, counts, className)
+             : countMicroseconds(TypedArray<double>(times), first, counts, className);
+}
+
+std::optional<TimeCounts> countTimes(const Array& times, const char* className) {
+  return times.getType() == ArrayType::COMPLEX_DOUBLE
+             ? countTimes(TypedArray<TimePair>(times), className)
+             : countTimes(TypedArray<double>(times), className);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "dataarray/time_pair.h"
 #include "zorvandata/array.h"
@@ -28,16 +29,19 @@ std::optional<int64_t> neededNanoseconds(TimePair time);
 std::optional<int64_t> countMicroseconds(double milliseconds, const char* className);
 std::optional<int64_t> countMicroseconds(TimePair time, const char* className);
 
+// The times of a DOUBLE or COMPLEX_DOUBLE array from a position on, of which there are as many as
+// counts; NaT is kNaTCount. False, with OverflowError set, like above.
+bool countMicroseconds(const foundation::zorvandata::Array& times, size_t first,
+                       std::vector<int64_t>& counts, const char* className);
+
 struct TimeCounts {
   foundation::zorvandata::Array counts;  // INT64, of the times' shape
   bool nanoseconds;                      // else microseconds
 };
 
-enum class FinestUnit { kMicrosecond, kNanosecond };
-
-// The times of a DOUBLE or COMPLEX_DOUBLE array: in microseconds, unless the finest unit is a
-// nanosecond and any of them needs it. Nothing, with OverflowError set, like above.
-std::optional<TimeCounts> countTimes(const foundation::zorvandata::Array& times, FinestUnit finest,
+// All times of such an array: in microseconds, unless any of them needs nanoseconds. Nothing, with
+// OverflowError set, like above.
+std::optional<TimeCounts> countTimes(const foundation::zorvandata::Array& times,
                                      const char* className);
 
 }  // namespace PythonZorvanDataArray::detail

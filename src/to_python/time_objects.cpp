@@ -1,5 +1,6 @@
 #include "to_python/time_objects.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "to_python/imported_attribute.h"
@@ -93,16 +94,17 @@ PyObject* DatetimeMaker::makeWallClock(int64_t microseconds) const {
   const Date date = dateOf(sinceFirst / kDay);
   const int64_t ofDay = sinceFirst % kDay;
   const int64_t seconds = ofDay / kSecond;
-  const int64_t fields[] = {date.year,         date.month,   date.day,       seconds / 3600,
-                            seconds / 60 % 60, seconds % 60, ofDay % kSecond};
-  PyObjectWithGuard numbers[std::size(fields)];
-  for (size_t i = 0; i < std::size(fields); ++i) {
-    numbers[i] = PyObjectWithGuard::owned(PyLong_FromLongLong(fields[i]));
-    if (!numbers[i]) return nullptr;
-  }
-  return PyObject_CallFunctionObjArgs(datetime_, numbers[0].get(), numbers[1].get(),
-                                      numbers[2].get(), numbers[3].get(), numbers[4].get(),
-                                      numbers[5].get(), numbers[6].get(), zone_.get(), nullptr);
+  const int64_t fraction = ofDay % kSecond;
+  // What a pickled datetime is made of again: a third of the time that seven numbers take.
+  const int64_t fields[] = {date.year >> 8,      date.year & 255,   date.month,   date.day,
+                            seconds / 3600,      seconds / 60 % 60, seconds % 60, fraction >> 16,
+                            fraction >> 8 & 255, fraction & 255};
+  char state[std::size(fields)];
+  std::transform(std::begin(fields), std::end(fields), state,
+                 [](int64_t field) { return static_cast<char>(field); });
+  const auto bytes = PyObjectWithGuard::owned(PyBytes_FromStringAndSize(state, sizeof state));
+  if (!bytes) return nullptr;
+  return PyObject_CallFunctionObjArgs(datetime_, bytes.get(), zone_.get(), nullptr);
 }
 
 }  // namespace PythonZorvanDataArray::detail
