@@ -64,6 +64,19 @@ void refuseDatesAsBytes(PyObject* exporter, const Py_buffer& view) {
         "numpy '" + std::string(text) + "' has no counterpart among ZORVAN element types");
 }
 
+// Whether every byte is 0 or 1. In blocks of a constant size, which compilers turn into vector
+// instructions.
+bool areFlags(const unsigned char* bytes, std::size_t count) {
+  constexpr std::size_t kBlock = 64;
+  unsigned char seen[kBlock] = {};
+  std::size_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) {
+    for (std::size_t j = 0; j < kBlock; ++j) seen[j] |= bytes[i + j];
+  }
+  for (; i < count; ++i) seen[0] |= bytes[i];
+  return std::all_of(seen, seen + kBlock, [](unsigned char all) { return all <= 1; });
+}
+
 }  // namespace
 
 BufferSource::BufferSource(PyObject* exporter) {
@@ -113,11 +126,7 @@ bool BufferSource::isReadableInPlace(ElementConversion conversion) const {
   const auto address = reinterpret_cast<std::uintptr_t>(view_.buf);
   if (view_.buf == nullptr || address % type_.info().component_size != 0) return false;
   if (!isColumnMajor(extents_, strides_, type_.size())) return false;
-  const auto* bytes = static_cast<const unsigned char*>(view_.buf);
-  // Gathered without an early exit so that the compiler can do many bytes at once.
-  unsigned char seen = 0;
-  for (std::size_t i = 0; is_bool && i < byte_count_; ++i) seen |= bytes[i];
-  return seen <= 1;
+  return !is_bool || areFlags(static_cast<const unsigned char*>(view_.buf), byte_count_);
 }
 
 void BufferSource::copyTo(void* out) const noexcept {

@@ -1,6 +1,7 @@
 #include "to_array/column_categories.h"
 
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "util/python_error.h"
 #include "zorvandata/array_impl.h"
 #include "zorvandata/text.h"
+#include "zorvandata/visitor.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -19,60 +21,26 @@ using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Buffer;
 using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::ItemList;
+using foundation::zorvandata::TypedArray;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
 
 using UniqueValues = std::unordered_set<std::string>;
 
-// Rows by the category they are in: positions in the list, -1 for a gap.
-struct Categories {
-  PyObjectWithGuard list;
-  Array positions;  // INT64
-
-  size_t count() const { return static_cast<size_t>(PyList_Size(list.get())); }
-  const int64_t* begin() const {
-    return reinterpret_cast<const int64_t*>(positions.impl().buffer().data());
-  }
-  const int64_t* end() const { return begin() + positions.getNumberOfElements(); }
-};
-
 PyObjectWithGuard attribute(PyObject* obj, const char* name) {
   return PyObjectWithGuard::owned(PyObject_GetAttrString(obj, name));
 }
 
-PyObjectWithGuard call(const PyObjectWithGuard& obj, const char* method, const char* argument) {
-  const char* format = argument ? "s" : nullptr;
-  return PyObjectWithGuard::owned(obj ? PyObject_CallMethod(obj.get(), method, format, argument)
-                                      : nullptr);
-}
-
-// Absent with a Python error set.
-std::optional<Categories> readCategories(PyObject* series) {
-  const PyObjectWithGuard values = attribute(series, "array");
-  if (!values) return std::nullopt;
-  Categories read;
-  read.list = call(attribute(values.get(), "categories"), "tolist", nullptr);
-  const PyObjectWithGuard codes =
-      read.list ? call(attribute(values.get(), "codes"), "astype", "int64") : PyObjectWithGuard();
-  std::optional<Array> positions =
-      codes ? PythonNdPyArray::arrayFromBuffer(codes.get()) : std::nullopt;
-  if (!positions) return std::nullopt;
-  read.positions = std::move(*positions);
-  const auto count = static_cast<int64_t>(read.count());
-  for (const int64_t position : read) {
-    if (position >= -1 && position < count) continue;
-    setPythonErrorStr(PyExc_ValueError, "a code of a pandas.DataFrame column has no category");
-    return std::nullopt;
-  }
-  return read;
+// Nothing, with a Python error set, when the object is empty or has no such attribute.
+PyObjectWithGuard attribute(const PyObjectWithGuard& obj, const char* name) {
+  return obj ? attribute(obj.get(), name) : PyObjectWithGuard();
 }
 
 // str(category) as UTF-8; absent with a Python error set.
-std::optional<std::string> categoryText(const Categories& categories, int64_t position) {
-  if (position < 0) return "";
+std::optional<std::string> categoryText(const PyObjectWithGuard& categories, size_t position) {
   const auto category = PyObjectWithGuard::newReference(
-      PyList_GetItem(categories.list.get(), static_cast<Py_ssize_t>(position)));
+      PyList_GetItem(categories.get(), static_cast<Py_ssize_t>(position)));
   const auto text = PyObjectWithGuard::owned(category ? PyObject_Str(category.get()) : nullptr);
   const std::optional<std::u16string> units = convertPyStrToUstring(text.get());
   if (!units) return std::nullopt;
@@ -86,43 +54,110 @@ Array getUniqueValuesCellArray(const UniqueValues& values) {
   return makeArray(ArrayType::CELL, Dimensions(values.size(), 1), std::move(names));
 }
 
-// `textOf` is a text for each position plus one, NULL where no row is.
-Array getTypedArrayFromUniqueValues(const UniqueValues& values, const Categories& categories,
-                                    const std::vector<const std::string*>& textOf) {
+// The code of the engine's for each of pandas', which begin at -1, the code of gaps. `textOf` is a
+// text for each of those, NULL where no row is.
+std::vector<uint8_t> codesOfTexts(const UniqueValues& values,
+                                  const std::vector<const std::string*>& textOf) {
   std::unordered_map<const std::string*, uint8_t> codeOfText;
   size_t code = 0;
   for (const std::string& value : values) codeOfText[&value] = static_cast<uint8_t>(++code);
-  std::vector<uint8_t> codeOf(textOf.size());
+  std::vector<uint8_t> codes(textOf.size());
   for (size_t i = 0; i < textOf.size(); ++i) {
-    if (textOf[i]) codeOf[i] = codeOfText[textOf[i]];
+    if (textOf[i]) codes[i] = codeOfText[textOf[i]];
   }
-  const size_t rows = categories.positions.getNumberOfElements();
-  Buffer buffer = Buffer::uninitialized(rows);
-  auto* out = reinterpret_cast<uint8_t*>(buffer.mutableData());
-  for (const int64_t position : categories) *out++ = codeOf[static_cast<size_t>(position + 1)];
-  return makeDense(ArrayType::UINT8, Dimensions(rows, 1), std::move(buffer));
+  return codes;
 }
+
+// Applied to the codes of a pandas categorical; absent with a Python error set.
+class CategoricalOfCodes {
+ public:
+  // The categories as a list.
+  explicit CategoricalOfCodes(const PyObjectWithGuard& categories) : categories_(categories) {}
+
+  template <class T>
+  std::optional<Array> operator()(const TypedArray<T>& codes) const {
+    if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
+      const std::optional<std::vector<bool>> used = usedCodes(codes);
+      return used ? convert(codes, *used) : std::nullopt;
+    } else {
+      setPythonErrorStr(PyExc_TypeError, "the codes of a pandas.DataFrame column are no integers");
+      return std::nullopt;
+    }
+  }
+
+ private:
+  // The position among the codes, which begin at -1; beyond all of them for a code below.
+  template <class T>
+  static size_t indexOf(T code) {
+    return static_cast<size_t>(int64_t{code}) + 1;
+  }
+
+  // Which codes rows have, from -1 on.
+  template <class T>
+  std::optional<std::vector<bool>> usedCodes(const TypedArray<T>& codes) const {
+    const auto count = static_cast<size_t>(PyList_Size(categories_.get())) + 1;
+    std::vector<unsigned char> used(count);
+    const T* code = codes.begin();
+    const size_t rows = codes.getNumberOfElements();
+    for (size_t i = 0; i < rows; ++i) {
+      const size_t index = indexOf(code[i]);
+      if (index >= count) {
+        setPythonErrorStr(PyExc_ValueError, "a code of a pandas.DataFrame column has no category");
+        return std::nullopt;
+      }
+      used[index] = 1;
+    }
+    return std::vector<bool>(used.begin(), used.end());
+  }
+
+  template <class T>
+  std::optional<Array> convert(const TypedArray<T>& codes, const std::vector<bool>& used) const {
+    UniqueValues values;
+    std::vector<const std::string*> textOf(used.size());
+    for (size_t i = 0; i < used.size(); ++i) {
+      if (!used[i]) continue;
+      std::optional<std::string> text = i == 0 ? std::string() : categoryText(categories_, i - 1);
+      if (!text) return std::nullopt;
+      textOf[i] = &*values.insert(std::move(*text)).first;
+    }
+    static const auto layout =
+        foundation::zorvandata::makeLayout("categorical", {"categoryNames", "codes"});
+    ItemList items;
+    items.append(getUniqueValuesCellArray(values));
+    items.append(getTypedArrayFromUniqueValues(codes, codesOfTexts(values, textOf)));
+    return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), std::move(items), layout);
+  }
+
+  // Python code may have run since the codes were looked at, and changed them.
+  template <class T>
+  static Array getTypedArrayFromUniqueValues(const TypedArray<T>& codes,
+                                             const std::vector<uint8_t>& codeOf) {
+    const size_t rows = codes.getNumberOfElements();
+    Buffer buffer = Buffer::uninitialized(rows);
+    auto* out = reinterpret_cast<uint8_t*>(buffer.mutableData());
+    const T* code = codes.begin();
+    for (size_t i = 0; i < rows; ++i) {
+      const size_t index = indexOf(code[i]);
+      out[i] = index < codeOf.size() ? codeOf[index] : 0;
+    }
+    return makeDense(ArrayType::UINT8, Dimensions(rows, 1), std::move(buffer));
+  }
+
+  const PyObjectWithGuard& categories_;
+};
 
 }  // namespace
 
 std::optional<Array> handleCategoricalColumn(PyObject* series) {
-  const std::optional<Categories> categories = readCategories(series);
-  if (!categories) return std::nullopt;
-  UniqueValues values;
-  std::vector<const std::string*> textOf(categories->count() + 1);
-  for (const int64_t position : *categories) {
-    const std::string*& text = textOf[static_cast<size_t>(position + 1)];
-    if (text) continue;
-    std::optional<std::string> read = categoryText(*categories, position);
-    if (!read) return std::nullopt;
-    text = &*values.insert(std::move(*read)).first;
-  }
-  static const auto layout =
-      foundation::zorvandata::makeLayout("categorical", {"categoryNames", "codes"});
-  ItemList items;
-  items.append(getUniqueValuesCellArray(values));
-  items.append(getTypedArrayFromUniqueValues(values, *categories, textOf));
-  return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), std::move(items), layout);
+  const PyObjectWithGuard values = attribute(series, "array");
+  const PyObjectWithGuard index = attribute(values, "categories");
+  const auto categories = PyObjectWithGuard::owned(
+      index ? PyObject_CallMethod(index.get(), "tolist", nullptr) : nullptr);
+  const PyObjectWithGuard numbers = categories ? attribute(values, "codes") : PyObjectWithGuard();
+  const std::optional<Array> codes =
+      numbers ? PythonNdPyArray::arrayFromBuffer(numbers.get()) : std::nullopt;
+  if (!codes) return std::nullopt;
+  return foundation::zorvandata::applyVisitor(*codes, CategoricalOfCodes(categories));
 }
 
 }  // namespace PythonZorvanDataArray::detail
