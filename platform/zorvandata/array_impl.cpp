@@ -31,10 +31,10 @@ std::shared_ptr<const Layout> makeLayout(std::string className, std::vector<std:
   return layout;
 }
 
-ArrayImpl::ArrayImpl(ArrayType type, const Dimensions& dimensions, Content&& content,
+ArrayImpl::ArrayImpl(ArrayType type, Dimensions dimensions, Content&& content,
                      std::shared_ptr<const Layout> layout)
     : type_(type),
-      dimensions_(dimensions),
+      dimensions_(std::move(dimensions)),
       layout_(std::move(layout)),
       content_(std::move(content)) {}
 

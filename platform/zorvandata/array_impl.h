@@ -56,7 +56,7 @@ class ArrayImpl {
  public:
   using Content = std::variant<Buffer, ItemList, std::shared_ptr<const SparseContent>>;
 
-  ArrayImpl(ArrayType type, const Dimensions& dimensions, Content&& content,
+  ArrayImpl(ArrayType type, Dimensions dimensions, Content&& content,
             std::shared_ptr<const Layout> layout = nullptr);
   // A copy with no other owner.
   ArrayImpl(const ArrayImpl& other);

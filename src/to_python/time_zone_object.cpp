@@ -26,17 +26,20 @@ bool beginsLikeOffset(std::string_view text) {
 
 // Seconds of "[+-]HH[:mm[:ss]]", always less than a day.
 std::optional<int> parseOffset(std::string_view text) {
-  constexpr int kBounds[] = {24, 60, 60};
   if (isDigit(text[0]) || text.size() % 3 != 0 || text.size() > 9) return std::nullopt;
   int seconds = 0;
   int unit = 3600;
-  for (size_t part = 0; part * 3 < text.size(); ++part, unit /= 60) {
-    const std::string_view piece = text.substr(part * 3, 3);
-    if (part > 0 && piece[0] != ':') return std::nullopt;
+  size_t at = 0;
+  for (const int bound : {24, 60, 60}) {
+    if (at == text.size()) break;
+    const std::string_view piece = text.substr(at, 3);
+    if (at > 0 && piece[0] != ':') return std::nullopt;
     if (!isDigit(piece[1]) || !isDigit(piece[2])) return std::nullopt;
     const int number = (piece[1] - '0') * 10 + (piece[2] - '0');
-    if (number >= kBounds[part]) return std::nullopt;
+    if (number >= bound) return std::nullopt;
     seconds += number * unit;
+    unit /= 60;
+    at += 3;
   }
   return text[0] == '-' ? -seconds : seconds;
 }

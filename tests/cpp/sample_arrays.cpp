@@ -131,8 +131,10 @@ std::vector<Sample> containers() {
 // A cell of 20 elements, enough to be kept as a column once it was read.
 template <class Make>
 Array many(const Make& make) {
+  constexpr int kMany = 20;
   std::vector<Array> elements;
-  for (int i = 0; i < 20; ++i) elements.push_back(make(i));
+  elements.reserve(kMany);
+  for (int i = 0; i < kMany; ++i) elements.push_back(make(i));
   return cell(elements);
 }
 
@@ -159,7 +161,8 @@ std::vector<Sample> columns() {
       {"many integers",
        many([](int i) { return kFactory.createScalar((INT64_MIN >> (3 * i)) + (i % 2)); })},
       {"many unsigned", many([](int i) { return kFactory.createScalar(UINT64_MAX >> (3 * i)); })},
-      {"many singles", many([](int i) { return kFactory.createScalar(0.5F * i); })},
+      {"many singles",
+       many([](int i) { return kFactory.createScalar(0.5F * static_cast<float>(i)); })},
       {"many texts", many(text)},
       {"many strings", many(string)},
       {"texts again and again", repeatedTexts()},
@@ -232,6 +235,7 @@ Array strings(const ArrayDimensions& dims,
 
 Array record(const std::vector<std::pair<std::string, Array>>& fields) {
   std::vector<std::string> names;
+  names.reserve(fields.size());
   for (const auto& field : fields) names.push_back(field.first);
   Array array = kFactory.createStructArray({1, 1}, names);
   for (const auto& [name, value] : fields) array[0][name.c_str()] = value;

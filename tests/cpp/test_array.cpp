@@ -137,7 +137,8 @@ TEST(Equality, IsDeep) {
 }
 
 TEST(Equality, SeesADifferenceInOnePartOnly) {
-  const auto sparse = [](std::vector<size_t> rows, std::vector<size_t> starts, double value) {
+  const auto sparse = [](const std::vector<size_t>& rows, const std::vector<size_t>& starts,
+                         double value) {
     return kFactory.createSparseArray(ArrayType::SPARSE_DOUBLE, 3, 2, rows, starts,
                                       kFactory.createScalar(value));
   };

@@ -13,7 +13,6 @@ namespace {
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayFactory;
 using foundation::zorvandata::ArrayType;
-using foundation::zorvandata::codeOf;
 
 class CountingFlushes : public std::stringbuf {
  public:

@@ -77,9 +77,10 @@ TEST(HostileMessages, TruncationAtEveryOffset) {
 TEST(HostileMessages, EveryBitFlipped) {
   for (std::string message : smallMessages(250)) {
     for (size_t bit = 0; bit < 8 * message.size(); ++bit) {
-      message[bit / 8] ^= static_cast<char>(1 << bit % 8);
+      const char before = message[bit / 8];
+      message[bit / 8] = static_cast<char>(before ^ (1 << bit % 8));
       ASSERT_TRUE(refusedOrSound(message)) << ::testing::PrintToString(message);
-      message[bit / 8] ^= static_cast<char>(1 << bit % 8);
+      message[bit / 8] = before;
     }
   }
 }
@@ -232,13 +233,16 @@ TEST(HostileMessages, SparseParts) {
 
 TEST(HostileMessages, FieldsThatBreakOff) {
   const std::string head = ofType(4);
-  for (const std::string& message : {
-           head + claiming(3, 9, "12345678"),
-           head + claiming(3, (uint64_t{1} << 32) + 8, "12345678"),
-           head + claiming(3, 0xFFFFFFFF, "12345678"), kCell + bytes(4, kCell + claiming(4, 5, "")),
-           kDouble + std::string(12, '\xFF'), kDouble + zeros(2),
-           kDouble + "\x1C",  // the end of no group
-       }) {
+  const std::string broken[] = {
+      head + claiming(3, 9, "12345678"),
+      head + claiming(3, (uint64_t{1} << 32) + 8, "12345678"),
+      head + claiming(3, 0xFFFFFFFF, "12345678"),
+      kCell + bytes(4, kCell + claiming(4, 5, "")),
+      kDouble + std::string(12, '\xFF'),
+      kDouble + zeros(2),
+      kDouble + "\x1C",  // the end of no group
+  };
+  for (const std::string& message : broken) {
     expectMalformed("its fields break off", message);
   }
 }
@@ -246,7 +250,7 @@ TEST(HostileMessages, FieldsThatBreakOff) {
 // Messages within messages, built from the inside.
 std::string nestedMessages(int levels, const std::string& around) {
   std::string message = number(1, 24) + dims(0, 0);
-  while (--levels > 0) message = around + bytes(4, message);
+  while (--levels > 0) message = std::string(around).append(bytes(4, message));
   return message;
 }
 
@@ -268,12 +272,13 @@ std::string repeated(const std::string& piece, size_t count) {
 std::string nestedRecords(size_t count, int levels) {
   const std::string head = number(1, 24) + bytes(2, wire::varint(count));
   std::string message = head + number(7, 1) + bytes(3, std::string(count, '\0'));
-  while (--levels > 0) message = head + number(7, 25) + bytes(5, "f") + bytes(4, message);
+  const std::string ofRecords = head + number(7, 25) + bytes(5, "f");
+  while (--levels > 0) message = std::string(ofRecords).append(bytes(4, message));
   return message;
 }
 
 TEST(HostileMessages, MemoryStaysWithinASmallMultipleOfTheMessage) {
-  constexpr size_t kCount = 200 * 1000;
+  constexpr size_t kCount = 200'000;
   const std::string cell = kCell + dims(1, kCount), none = zeros(kCount), ones(kCount, '\1');
   const std::pair<const char*, std::string> cases[] = {
       {"empty children", cell + repeated(bytes(4, ""), kCount)},

@@ -87,9 +87,9 @@ TEST(RoundTrip, WhatCanBeEncodedCanBeDecoded) {
 
 TEST(RoundTrip, DeepestArrayFitsASmallStack) {
 #ifdef __SANITIZE_ADDRESS__
-  constexpr size_t kStack = 8 * 512 * 1024;  // its frames are larger
+  constexpr size_t kStack = size_t{8} * 512 * 1024;  // its frames are larger
 #else
-  constexpr size_t kStack = 512 * 1024;
+  constexpr size_t kStack = size_t{512} * 1024;
 #endif
   const auto body = [](void* same) -> void* {
     const Array one = kFactory.createScalar(1.0);

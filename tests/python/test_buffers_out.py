@@ -139,7 +139,7 @@ EXPORTERS = {
     "numpy matrix": (np.eye(2).view(np.matrix), np.eye(2)),
     "masked array without a mask": (np.ma.array([1.5, 2.5]), np.array([1.5, 2.5])),
     "masked array, nothing masked": (np.ma.array([1, 2], mask=[0, 0]), np.array([1, 2])),
-    "odd bools": (np.array([0, 1, 2, 255] * 9, "u1").view(bool), np.array([0, 1, 1, 1] * 9, bool)),
+    "odd bools": (np.array([0, 1, 2, 255] * 39, "u1").view(bool), np.array([0, 1, 1, 1] * 39, bool)),
     "record field": (
         np.array([(1, 2.5), (3, 4.5)], [("a", "i1"), ("b", "f8")])["b"],
         np.array([2.5, 4.5]),

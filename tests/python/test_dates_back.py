@@ -181,6 +181,21 @@ def test_an_array_with_a_zone_is_one_of_aware_dates(decode, dims):
         assert getattr(each, "tzinfo", None) is getattr(one, "tzinfo", None)
 
 
+def test_a_long_array_with_a_zone_is_put_together_of_parts(decode):
+    hours = numpy.arange(30_000.0)
+    times = (hours * 3.6e6).astype(complex)
+    times[20_000] = complex(NAN)
+    value = decode(date(doubles(*times, dims=(2, 15_000)), "Europe/Berlin"))
+    flat = value.ravel(order="F")
+    assert value.shape == (2, 15_000) and numpy.isnat(flat[20_000])
+    begin = datetime(1970, 1, 1, tzinfo=timezone.utc)
+    others = numpy.delete(numpy.arange(30_000), 20_000).tolist()
+    assert all(flat[i] == begin + timedelta(hours=i) for i in others)
+    times[29_999] = INF
+    with pytest.raises(OverflowError, match="^ZORVAN datetime is infinite$"):
+        decode(date(doubles(*times), "Europe/Berlin"))
+
+
 def zone_error(text):
     return TypeError, f"conversion of ZORVAN datetime object with time zone {text} to Python not"
 

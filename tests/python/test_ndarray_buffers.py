@@ -144,15 +144,15 @@ def test_exporters_other_than_numpy():
 
 
 def test_bools_are_normalized_wherever_they_come_from():
-    odd = np.array([0, 1, 2, 255], np.uint8)
+    odd = np.array([0, 1, 2, 255] * 39, np.uint8)  # more than are looked at together
     for source in (
         odd.view(np.bool_),
         odd.view(np.bool_)[::-1],
         memoryview(odd).cast("B").cast("?"),
     ):
         assert set(memoryview(zorvan.logical(source)).tobytes()) == {0, 1}
-    forged = zorvan.logical._from_memory((1, 4), False, odd.tobytes())
-    assert memoryview(forged).tobytes() == b"\0\1\1\1"
+    forged = zorvan.logical._from_memory((1, odd.size), False, odd.tobytes())
+    assert memoryview(forged).tobytes() == b"\0\1\1\1" * 39
 
 
 @pytest.mark.parametrize(
