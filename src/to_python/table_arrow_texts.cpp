@@ -46,7 +46,8 @@ TextColumn gatherTexts(const ItemList& strings) {
 }
 
 // The texts at the positions, one after the other.
-TextColumn gatherTexts(const TextColumn& distinct, const uint32_t* positions, size_t count) {
+template <class Position>
+TextColumn gatherTexts(const TextColumn& distinct, const Position* positions, size_t count) {
   // Most are short: a copy of fixed size is one instruction, and may write beyond the text.
   constexpr size_t kShort = 16;
   struct Text {
@@ -63,13 +64,13 @@ TextColumn gatherTexts(const TextColumn& distinct, const uint32_t* positions, si
   size_t size = 0;
   for (size_t i = 0; i < count; ++i) {
     offset[i] = static_cast<int64_t>(size);
-    size += texts[positions[i]].whole.size();
+    size += texts[static_cast<size_t>(positions[i])].whole.size();
   }
   offset[count] = static_cast<int64_t>(size);
   Buffer bytes = Buffer::uninitialized(size + kShort);
   std::byte* out = bytes.mutableData();
   for (size_t i = 0; i < count; ++i) {
-    const Text& text = texts[positions[i]];
+    const Text& text = texts[static_cast<size_t>(positions[i])];
     std::memcpy(out, text.start.data(), kShort);
     if (text.whole.size() > kShort) std::memcpy(out, text.whole.data(), text.whole.size());
     out += text.whole.size();
@@ -172,12 +173,25 @@ std::optional<PyObject*> makeArrowTexts(const ItemList& strings) {
   return makeTexts(texts ? *texts : gatherTexts(strings), dtype);
 }
 
-std::optional<PyObject*> makeArrowTexts(const TextColumn& distinct, const uint32_t* positions,
+template <class Position>
+std::optional<PyObject*> makeArrowTexts(const TextColumn& distinct, const Position* positions,
                                         size_t count) {
   if (count < kFew) return std::nullopt;
   const PyObjectWithGuard dtype = arrowTextType();
   if (!dtype) return std::nullopt;
   return makeTexts(gatherTexts(distinct, positions, count), dtype);
 }
+
+#define ZORVAN_INSTANTIATE(Position) \
+  template std::optional<PyObject*> makeArrowTexts(const TextColumn&, const Position*, size_t);
+ZORVAN_INSTANTIATE(int8_t)
+ZORVAN_INSTANTIATE(uint8_t)
+ZORVAN_INSTANTIATE(int16_t)
+ZORVAN_INSTANTIATE(uint16_t)
+ZORVAN_INSTANTIATE(int32_t)
+ZORVAN_INSTANTIATE(uint32_t)
+ZORVAN_INSTANTIATE(int64_t)
+ZORVAN_INSTANTIATE(uint64_t)
+#undef ZORVAN_INSTANTIATE
 
 }  // namespace PythonZorvanDataArray::detail

@@ -16,8 +16,10 @@ namespace PythonZorvanDataArray::detail {
 // at all.
 std::optional<PyObject*> makeArrowTexts(const foundation::zorvandata::ItemList& strings);
 
-// Likewise of `count` texts, each given by its position among those of a column that misses none.
+// Likewise of `count` texts, each given by its position, an integer of any type, among those of a
+// column that misses none.
+template <class Position>
 std::optional<PyObject*> makeArrowTexts(const foundation::zorvandata::TextColumn& distinct,
-                                        const uint32_t* positions, size_t count);
+                                        const Position* positions, size_t count);
 
 }  // namespace PythonZorvanDataArray::detail

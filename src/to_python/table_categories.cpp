@@ -48,8 +48,7 @@ class NamesOfCodes {
       const size_t count = codes.getNumberOfElements();
       const T* code = codes.begin();
       if (!areNamed(code, count)) return nullptr;
-      const std::vector<uint32_t> positions(code, code + count);
-      if (const auto arrow = makeArrowTexts(texts(), positions.data(), count)) return *arrow;
+      if (const auto arrow = makeArrowTexts(texts(), code, count)) return *arrow;
       const auto strs = makeStrs(names_);
       if (!strs) return nullptr;
       return makeList(
