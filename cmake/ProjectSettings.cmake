@@ -15,9 +15,11 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # Small calls cross many small functions of different folders.
-include(CheckIPOSupported)
-check_ipo_supported(RESULT supported LANGUAGES CXX)
-set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ${supported})
+if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT ipo_supported OUTPUT ipo_output LANGUAGES CXX)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ${ipo_supported})
+endif()
 
 add_compile_options(-Wall -Wextra -Wshadow)
 # Results must not depend on which instructions the machine has: no fused multiplications.

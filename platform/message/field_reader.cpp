@@ -24,6 +24,10 @@ uint64_t fixed64Of(std::string_view bytes) {
 
 }  // namespace
 
+static_assert(FieldReader::kVarintType == WireFormatLite::WIRETYPE_VARINT &&
+              FieldReader::kBytesType == WireFormatLite::WIRETYPE_LENGTH_DELIMITED &&
+              FieldReader::kWireTypeBits == WireFormatLite::kTagTypeBits);
+
 bool ByteCursor::readLongVarint(uint64_t& value) {
   uint64_t sum = 0;
   for (int shift = 0; shift < 64; shift += 7) {

@@ -50,6 +50,12 @@ class ByteCursor {
 // The views it hands out refer to the bytes it was made of.
 class FieldReader {
  public:
+  // The wire types of the usual fields, in the last bits of a tag.
+  static constexpr unsigned kVarintType = 0;
+  static constexpr unsigned kBytesType = 2;
+  static constexpr unsigned kWireTypes = 7;
+  static constexpr unsigned kWireTypeBits = 3;
+
   // At most 2 GiB; throws std::length_error beyond.
   explicit FieldReader(std::string_view bytes) : cursor_(bytes) {
     if (bytes.size() > INT_MAX) throwTooLong();
@@ -75,7 +81,6 @@ class FieldReader {
 
  private:
   enum class Kind { kVarint, kFixed64, kBytes, kOther };
-  enum : unsigned { kVarintType = 0, kBytesType = 2, kWireTypes = 7, kWireTypeBits = 3 };
 
   // The usual field, of which the tag and the number or length are a byte each. False, without
   // having moved, for any other.

@@ -143,10 +143,6 @@ TextColumn textColumn(const ItemFields& fields, size_t count, ArrayType type, Bu
                                   std::move(offsets), std::move(bytes), std::move(present));
 }
 
-}  // namespace
-
-namespace {
-
 // A short row of ASCII units, without a text of each form on the way; false for any other.
 bool appendAsciiRow(ItemList& list, std::string_view elements) {
   constexpr size_t kShort = 64;

@@ -1,9 +1,9 @@
 // Plain values in a row, the first few of them without heap memory: most messages are small.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -17,13 +17,13 @@ class ShortVector {
 
  public:
   ShortVector() {}  // NOLINT(modernize-use-equals-default): leaves the storage as it is
-  ShortVector(ShortVector&& other) noexcept : many_(std::move(other.many_)), size_(other.size_) {
+  ShortVector(ShortVector&& other) noexcept
+      : many_(std::move(other.many_)), size_(std::exchange(other.size_, 0)) {
     if (many_) {
       values_ = std::exchange(other.values_, reinterpret_cast<T*>(other.few_));
       capacity_ = std::exchange(other.capacity_, kFew);
-      other.size_ = 0;
     } else {
-      std::uninitialized_copy(other.begin(), other.end(), values_);
+      std::uninitialized_copy_n(other.values_, size_, values_);
     }
   }
   ShortVector& operator=(ShortVector&&) = delete;

@@ -81,7 +81,7 @@ class Item {
     if (wide_) {
       text_ = static_cast<const char*>(value);
     } else if (size == sizeof(bits_)) {
-      std::memcpy(&bits_, value, sizeof(bits_));
+      std::memcpy(&bits_, value, sizeof(bits_));  // of a size that the compiler knows
     } else {
       std::memcpy(&bits_, value, size);
     }

@@ -152,8 +152,7 @@ void ItemList::append(const ItemList& from, size_t i) {
 
 void ItemList::appendScalar(ArrayType type, const void* value) {
   expandColumn();
-  const size_t size = elementSize(type);
-  const void* kept = size > sizeof(uint64_t) ? store(value, size) : value;
+  const void* kept = keepScalar(type, value);
   items_.emplace_back().setScalar(type, kept);
 }
 
@@ -207,9 +206,12 @@ Item ItemList::handleItem(Item::Form form, const ArrayImpl& array) {
 }
 
 Item ItemList::scalarItem(ArrayType type, const void* value) {
-  Item item = Item::ofScalar(type, value);
-  if (item.wide_) item.text_ = store(value, elementSize(type));
-  return item;
+  return Item::ofScalar(type, keepScalar(type, value));
+}
+
+const void* ItemList::keepScalar(ArrayType type, const void* value) {
+  const size_t size = elementSize(type);
+  return size > sizeof(uint64_t) ? store(value, size) : value;
 }
 
 Item ItemList::textItem(Item::Form form, std::string_view utf8) {

@@ -105,6 +105,7 @@ class ItemList {
   // An element of another list; texts are not copied when both share an arena.
   void append(const ItemList& from, size_t i);
   void appendEmpty() { addSlot(); }
+  // The value must not lie in this list.
   void appendScalar(ArrayType type, const void* value);
   template <class T>
   void appendScalar(T value) {
@@ -147,6 +148,8 @@ class ItemList {
   Item stringItem(std::optional<std::string_view> utf8);
   const char* store(const void* bytes, size_t size);
   std::string_view storeText(std::string_view utf8);
+  // What an item of the scalar may refer to: the value, or a copy of one too wide for an item.
+  const void* keepScalar(ArrayType type, const void* value);
 
   std::vector<Item> items_;
   std::shared_ptr<Arena> arena_;

@@ -33,7 +33,7 @@ struct Arguments {
 PyObject* toSerialized(PyObject* module, const Arguments& args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Invalid module");
   int64_t nargout = KeywordArgs().nargout;
-  if (kwargs) {
+  if (kwargs) {  // which most calls do without
     const KeywordArgs keywords = parseKeywordArgs(kwargs, KeywordMode::kToSerialized);
     if (keywords.failed) return nullptr;
     nargout = keywords.nargout;

@@ -23,7 +23,7 @@ ArgumentScope::ArgumentScope() : outer_(std::exchange(current, this)) {}
 ArgumentScope::~ArgumentScope() { current = outer_; }
 
 std::shared_ptr<Arena> ArgumentScope::arena() {
-  if (!current || std::exchange(current->isOutermost_, false)) return nullptr;
+  if (!current || std::exchange(current->isFirstRequest_, false)) return nullptr;
   if (!current->arena_) current->arena_ = std::make_shared<Arena>();
   return current->arena_;
 }

@@ -20,7 +20,7 @@ class ArgumentScope {
   ArgumentScope(const ArgumentScope&) = delete;
   ArgumentScope& operator=(const ArgumentScope&) = delete;
 
-  // Storage for the texts of all containers within the outermost one, which has its own, so that a
+  // Storage for the texts of all containers but the first that asks, which has its own, so that a
   // small call needs none of this; NULL for that one and outside of any scope.
   static std::shared_ptr<foundation::zorvandata::Arena> arena();
 
@@ -31,7 +31,7 @@ class ArgumentScope {
   static void remember(DictKeys keys, std::shared_ptr<const foundation::zorvandata::Layout> layout);
 
  private:
-  bool isOutermost_ = true;
+  bool isFirstRequest_ = true;
   std::shared_ptr<foundation::zorvandata::Arena> arena_;
   DictKeys keys_;
   std::shared_ptr<const foundation::zorvandata::Layout> layout_;

@@ -28,6 +28,10 @@ namespace {
 
 using UniqueValues = std::unordered_set<std::string>;
 
+template <class T>
+constexpr bool isCode =
+    std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char16_t>;
+
 PyObjectWithGuard attribute(PyObject* obj, const char* name) {
   return PyObjectWithGuard::owned(PyObject_GetAttrString(obj, name));
 }
@@ -76,8 +80,8 @@ class CategoricalOfCodes {
 
   template <class T>
   std::optional<Array> operator()(const TypedArray<T>& codes) const {
-    if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
-      const std::optional<std::vector<bool>> used = usedCodes(codes);
+    if constexpr (isCode<T>) {
+      const std::optional<std::vector<char>> used = usedCodes(codes);
       return used ? convert(codes, *used) : std::nullopt;
     } else {
       setPythonErrorStr(PyExc_TypeError, "the codes of a pandas.DataFrame column are no integers");
@@ -89,14 +93,14 @@ class CategoricalOfCodes {
   // The position among the codes, which begin at -1; beyond all of them for a code below.
   template <class T>
   static size_t indexOf(T code) {
-    return static_cast<size_t>(int64_t{code}) + 1;
+    return static_cast<size_t>(code) + 1;
   }
 
   // Which codes rows have, from -1 on.
   template <class T>
-  std::optional<std::vector<bool>> usedCodes(const TypedArray<T>& codes) const {
+  std::optional<std::vector<char>> usedCodes(const TypedArray<T>& codes) const {
     const auto count = static_cast<size_t>(PyList_Size(categories_.get())) + 1;
-    std::vector<unsigned char> used(count);
+    std::vector<char> used(count);
     const T* code = codes.begin();
     const size_t rows = codes.getNumberOfElements();
     for (size_t i = 0; i < rows; ++i) {
@@ -107,11 +111,11 @@ class CategoricalOfCodes {
       }
       used[index] = 1;
     }
-    return std::vector<bool>(used.begin(), used.end());
+    return used;
   }
 
   template <class T>
-  std::optional<Array> convert(const TypedArray<T>& codes, const std::vector<bool>& used) const {
+  std::optional<Array> convert(const TypedArray<T>& codes, const std::vector<char>& used) const {
     UniqueValues values;
     std::vector<const std::string*> textOf(used.size());
     for (size_t i = 0; i < used.size(); ++i) {

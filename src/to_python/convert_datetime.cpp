@@ -53,7 +53,7 @@ PyObject* makeAwareArray(const Array& data, const DatetimeMaker& maker) {
   size_t first = 0;
   return makeNumpyObjects(data.dimensions(), [&](size_t count) {
     counts.resize(count);
-    if (!countMicroseconds(data, first, counts, kClass)) return PyObjectWithGuard();
+    if (!countMicrosecondsFrom(data, first, counts, kClass)) return PyObjectWithGuard();
     first += count;
     return PyObjectWithGuard::owned(makeList(count, [&](size_t i) {
       return counts[i] == kNaTCount ? Py_NewRef(nat.get()) : maker.make(counts[i]);

@@ -22,39 +22,46 @@ const ConvertZDAToPyObjectFactory::ConverterMaps& ConvertZDAToPyObjectFactory::c
 
 ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getConverter(const Array& array,
                                                                                  bool forceScalar) {
-  if (isSparse(array)) {
-    setSparseError();
-    return nullptr;
-  }
-  const bool scalar = forceScalar || array.getNumberOfElements() == 1;
-  return scalar ? getScalarConverter(array.getType()) : getMatrixConverter(array.getType());
+  return find(array, forceScalar);
 }
 
 ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getScalarConverter(
     ArrayType type) {
-  return find(converterMaps().scalar, type);
+  return find(type, true);
 }
 
 ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::getMatrixConverter(
     ArrayType type) {
-  return find(converterMaps().matrix, type);
+  return find(type, false);
 }
 
-ConvertZDAToPyObjectFactory::Converter ConvertZDAToPyObjectFactory::find(const ConverterMap& map,
-                                                                         ArrayType type) {
-  const auto found = map.find(type);
-  if (found != map.end()) return found->second;
-  setUnsupportedTypeError(type);
-  return nullptr;
-}
-
-PyObject* ConvertZDAToPyObjectFactory::convertArray(const Array& array) {
+const ConvertZDAToPyObjectFactory::Converter& ConvertZDAToPyObjectFactory::find(const Array& array,
+                                                                                bool forceScalar) {
+  static const Converter none;
   const ArrayType type = array.getType();
   if (isSparse(type)) {
     setSparseError();
-    return nullptr;
+    return none;
   }
-  const ConvertZDAToPyObject* converter = findQuickly(type, array.getNumberOfElements() == 1);
+  return find(type, forceScalar || array.getNumberOfElements() == 1);
+}
+
+const ConvertZDAToPyObjectFactory::Converter& ConvertZDAToPyObjectFactory::find(ArrayType type,
+                                                                                bool isScalar) {
+  using ByCode = std::array<Converter, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1>;
+  const auto byCode = [](const ConverterMap& map) {
+    ByCode table;
+    for (const auto& [key, converter] : map) table.at(static_cast<size_t>(codeOf(key))) = converter;
+    return table;
+  };
+  static const ByCode tables[] = {byCode(converterMaps().matrix), byCode(converterMaps().scalar)};
+  const Converter& converter = tables[isScalar][static_cast<size_t>(codeOf(type))];
+  if (!converter) setUnsupportedTypeError(type);
+  return converter;
+}
+
+PyObject* ConvertZDAToPyObjectFactory::convertArray(const Array& array) {
+  const ConvertZDAToPyObject* converter = find(array, false).get();
   return converter ? converter->convert(array) : nullptr;
 }
 
@@ -75,25 +82,8 @@ PyObject* ConvertZDAToPyObjectFactory::convertElement(const ItemList& items, siz
       break;
   }
   // All other forms are one element, or none.
-  const ConvertZDAToPyObject* converter = findQuickly(type, item.form() != Item::Form::kEmpty);
+  const ConvertZDAToPyObject* converter = find(type, item.form() != Item::Form::kEmpty).get();
   return converter ? converter->convertItem(items, i) : nullptr;
-}
-
-const ConvertZDAToPyObject* ConvertZDAToPyObjectFactory::findQuickly(ArrayType type,
-                                                                     bool isScalar) {
-  using ByCode =
-      std::array<const ConvertZDAToPyObject*, codeOf(ArrayType::SPARSE_COMPLEX_DOUBLE) + 1>;
-  const auto byCode = [](const ConverterMap& map) {
-    ByCode table{};
-    for (const auto& [key, converter] : map) {
-      table.at(static_cast<size_t>(codeOf(key))) = converter.get();
-    }
-    return table;
-  };
-  static const ByCode tables[] = {byCode(converterMaps().matrix), byCode(converterMaps().scalar)};
-  const ConvertZDAToPyObject* converter = tables[isScalar][static_cast<size_t>(codeOf(type))];
-  if (!converter) setUnsupportedTypeError(type);
-  return converter;
 }
 
 void setSparseError() { setPythonErrorStr(PyExc_TypeError, formatMessage(SparseNotSupported)); }

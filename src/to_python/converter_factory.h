@@ -37,10 +37,9 @@ class ConvertZDAToPyObjectFactory {
 
   static ConverterMaps initConverterMap();
   static const ConverterMaps& converterMaps();
-  static Converter find(const ConverterMap& map, foundation::zorvandata::ArrayType type);
-  // Without a count of owners; NULL, with TypeError set, for none.
-  static const ConvertZDAToPyObject* findQuickly(foundation::zorvandata::ArrayType type,
-                                                 bool isScalar);
+  // Held by the maps; an empty one, with TypeError set, for none.
+  static const Converter& find(foundation::zorvandata::ArrayType type, bool isScalar);
+  static const Converter& find(const foundation::zorvandata::Array& array, bool forceScalar);
 };
 
 // The TypeErrors for arrays that have no counterpart in Python.

@@ -32,7 +32,7 @@ PyObject* makeNumpyNaT();
 using NextObjects = std::function<PythonUtil::PyObjectWithGuard(size_t count)>;
 
 // An array of objects, asked for in column-major order, a part at a time: all of them in a list
-// would take as much memory as the array.
+// would take as much memory as the array. The first part that fails ends it.
 PyObject* makeNumpyObjects(const foundation::zorvandata::Dimensions& dims, const NextObjects& next);
 
 }  // namespace PythonZorvanDataArray::detail

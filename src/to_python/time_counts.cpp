@@ -179,8 +179,8 @@ void setRangeError(TimePair time, const char* className, bool nanoseconds) {
 }
 
 template <class Time>
-bool countMicroseconds(const TypedArray<Time>& array, size_t first, std::vector<int64_t>& counts,
-                       const char* className) {
+bool countMicrosecondsFrom(const TypedArray<Time>& array, size_t first,
+                           std::vector<int64_t>& counts, const char* className) {
   const Time* times = array.begin() + first;
   const size_t done = countAll<kMicroseconds, false>(times, counts.size(), counts.data());
   if (done == counts.size()) return true;
@@ -233,11 +233,11 @@ std::optional<int64_t> countMicroseconds(TimePair time, const char* className) {
   return count;
 }
 
-bool countMicroseconds(const Array& times, size_t first, std::vector<int64_t>& counts,
-                       const char* className) {
+bool countMicrosecondsFrom(const Array& times, size_t first, std::vector<int64_t>& counts,
+                           const char* className) {
   return times.getType() == ArrayType::COMPLEX_DOUBLE
-             ? countMicroseconds(TypedArray<TimePair>(times), first, counts, className)
-             : countMicroseconds(TypedArray<double>(times), first, counts, className);
+             ? countMicrosecondsFrom(TypedArray<TimePair>(times), first, counts, className)
+             : countMicrosecondsFrom(TypedArray<double>(times), first, counts, className);
 }
 
 std::optional<TimeCounts> countTimes(const Array& times, const char* className) {

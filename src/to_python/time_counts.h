@@ -31,8 +31,8 @@ std::optional<int64_t> countMicroseconds(TimePair time, const char* className);
 
 // The times of a DOUBLE or COMPLEX_DOUBLE array from a position on, of which there are as many as
 // counts; NaT is kNaTCount. False, with OverflowError set, like above.
-bool countMicroseconds(const foundation::zorvandata::Array& times, size_t first,
-                       std::vector<int64_t>& counts, const char* className);
+bool countMicrosecondsFrom(const foundation::zorvandata::Array& times, size_t first,
+                           std::vector<int64_t>& counts, const char* className);
 
 struct TimeCounts {
   foundation::zorvandata::Array counts;  // INT64, of the times' shape

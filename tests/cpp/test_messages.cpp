@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "foundation/protobuf/common.pb.h"
@@ -111,6 +112,26 @@ TEST(RoundTrip, DeepestArrayFitsASmallStack) {
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
   EXPECT_TRUE(same);
+}
+
+// Of few arrays the outline lies in place, of more on the heap.
+TEST(Outline, HoldsAnyNumberOfArrays) {
+  for (const size_t count : {0, 1, 8, 9, 16, 17, 40}) {
+    std::vector<Array> arrays;
+    for (size_t i = 0; i < count; ++i) arrays.push_back(kFactory.createScalar(uint64_t{i}));
+    const Array all = cell(arrays);
+    const std::string bytes = encodeEnvelope({all, 1, {}});
+    auto outline = readOutline(bytes);
+    auto moved = std::move(outline.arrays);
+    EXPECT_EQ(outline.arrays.size(), 0U);  // NOLINT(bugprone-use-after-move): told to be empty
+    EXPECT_EQ(moved.size(), count);
+    outline.arrays.push_back({"", false});
+    EXPECT_EQ(outline.arrays[0].bytes, "");
+    EXPECT_TRUE(std::all_of(moved.begin(), moved.end(), [](const auto& array) {
+      return decodeArray(array.bytes).getType() == Kind::UINT64;
+    }));
+    EXPECT_EQ(describe(decodeEnvelope(bytes).arrays), describe(all));
+  }
 }
 
 TEST(GeneratedClasses, ReadDenseArraysAsWritten) {
