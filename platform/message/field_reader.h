@@ -30,6 +30,11 @@ class ByteCursor {
     }
     return (left() >= sizeof(uint64_t) && readShortVarint(at_, value)) || readLongVarint(value);
   }
+  // See varints.h.
+  template <class Put>
+  size_t readShortVarints(size_t count, const Put& put) {
+    return protobuf::readShortVarints(count, put, at_, end_);
+  }
   // A byte further on, of which there must be as many left.
   uint8_t peek(size_t offset) const { return at_[offset]; }
   // Moves past that many bytes, of which there must be as many left.
@@ -139,6 +144,12 @@ class VarintCursor {
     uint64_t value = 0;
     if (!cursor_.readVarint(value)) throwTooShort();
     return value;
+  }
+  // Calls put(i, number) for each of so many values; throws likewise.
+  template <class Put>
+  void take(size_t count, const Put& put) {
+    size_t i = cursor_.readShortVarints(count, put);
+    for (; i < count; ++i) put(i, next());
   }
   bool atEnd() const { return cursor_.atEnd(); }
 

@@ -218,7 +218,9 @@ ItemList ItemDecoder::integers(ArrayType type, const ItemFields& fields, size_t 
   if (is64Bits && count >= kColumnFrom && count <= fields.ints.bytes().size()) {
     Buffer elements = Buffer::uninitialized(count * sizeof(int64_t));
     auto* out = reinterpret_cast<int64_t*>(elements.mutableData());
-    for (size_t i = 0; i < count; ++i) out[i] = WireFormatLite::ZigZagDecode64(values.next());
+    values.take(count, [out](size_t i, uint64_t zigZag) {
+      out[i] = WireFormatLite::ZigZagDecode64(zigZag);
+    });
     require(values.atEnd(), "the dimensions do not match the items");
     return makeColumn(ScalarColumn{type, std::move(elements)});
   }

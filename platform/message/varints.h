@@ -45,6 +45,31 @@ inline bool readShortVarint(const uint8_t*& at, uint64_t& value) {
   return true;
 }
 
+// Reads numbers as long as they lie in whole words, at most `count`; calls put(i, number) for each,
+// moves `at` past them and returns how many there were.
+template <class Put>
+size_t readShortVarints(size_t count, const Put& put, const uint8_t*& at, const uint8_t* end) {
+  size_t usual = 0;
+  size_t i = 0;
+  for (uint64_t number = 0; i < count && end - at >= 8; ++i) {
+    const uint8_t* next = at;
+    if (!readShortVarint(next, number)) break;
+    put(i, number);
+    // Where numbers are of one size, the size of the one before is known sooner than that of this
+    // one, and the processor can begin with the next. Compilers must not see that both are equal.
+    const auto size = static_cast<size_t>(next - at);
+    if (size == usual) {
+      size_t step = usual;
+      asm volatile("" : "+r"(step));  // NOLINT(hicpp-no-assembler): no instruction
+      at += step;
+    } else {
+      at = next;
+      usual = size;
+    }
+  }
+  return i;
+}
+
 // Writes value(0), ..., value(count - 1); returns the end.
 template <class Value>
 uint8_t* writeVarints(size_t count, const Value& value, uint8_t* out) {
