@@ -47,7 +47,7 @@ PyObject* makeNumpyTime(NumpyTimeClass timeClass, int64_t nanoseconds) {
 
 PyObject* makeNumpyNaT() {
   static ImportedAttribute datetime64("numpy", "datetime64");
-  return datetime64.get() ? PyObject_CallFunction(datetime64.get(), "s", "NaT") : nullptr;
+  return datetime64.get() ? PyObject_CallFunction(datetime64.get(), "ss", "NaT", "us") : nullptr;
 }
 
 // The array of the reversed extents in row-major order, transposed.

@@ -25,7 +25,7 @@ PyObject* makeNumpyTimes(NumpyTimeClass timeClass, const TimeCounts& times);
 // A scalar of nanoseconds.
 PyObject* makeNumpyTime(NumpyTimeClass timeClass, int64_t nanoseconds);
 
-// The scalar numpy.datetime64("NaT").
+// The scalar numpy.datetime64("NaT", "us"): numpy means to refuse one without a unit.
 PyObject* makeNumpyNaT();
 
 // Gives so many objects, which are no sequences, as a list; empty with a Python error set.

@@ -13,7 +13,7 @@ import pytest
 
 CHAR, DOUBLE, SINGLE, COMPLEX_DOUBLE, VALUE_OBJECT = 2, 4, 5, 14, 27
 NAN, INF = float("nan"), float("inf")
-NAT = numpy.datetime64("NaT")
+NAT = numpy.datetime64("NaT", "us")
 DAY = 86_400_000_000_000  # nanoseconds
 LAST_MICROSECOND = (datetime.max - datetime(1970, 1, 1)) // timedelta(microseconds=1)
 
