@@ -9,8 +9,8 @@
 
 namespace foundation::protobuf {
 
-// Adding a value throws std::bad_alloc, having changed nothing, and
-// otherwise invalidates references to the others.
+// Adding a value throws std::bad_alloc, having changed nothing, and otherwise invalidates
+// references to the others.
 template <class T, size_t kFew>
 class ShortVector {
   static_assert(std::is_trivially_copyable_v<T>);

@@ -1,11 +1,11 @@
 #include "to_array/column_categories.h"
 
 #include <string>
-#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "dataarray/category_codes.h"
 #include "to_array/text_converters.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/py_object_guard.h"
@@ -27,10 +27,6 @@ using PythonUtil::PyObjectWithGuard;
 namespace {
 
 using UniqueValues = std::unordered_set<std::string>;
-
-template <class T>
-constexpr bool isCode =
-    std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char16_t>;
 
 PyObjectWithGuard attribute(PyObject* obj, const char* name) {
   return PyObjectWithGuard::owned(PyObject_GetAttrString(obj, name));

@@ -1,9 +1,9 @@
 #include "to_python/table_categories.h"
 
 #include <string>
-#include <type_traits>
 #include <vector>
 
+#include "dataarray/category_codes.h"
 #include "to_python/table_arrow_texts.h"
 #include "to_python/table_image.h"
 #include "to_python/text_converters.h"
@@ -22,10 +22,6 @@ using foundation::zorvandata::TypedArray;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
-
-template <class T>
-constexpr bool isCode =
-    std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char16_t>;
 
 std::optional<std::vector<PyObjectWithGuard>> makeStrs(const std::vector<std::string>& texts) {
   std::vector<PyObjectWithGuard> strs;
