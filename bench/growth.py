@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 import ctypes
+import gc
 from collections.abc import Iterator
 from itertools import pairwise
 from typing import Any
 
-from harness import Row, interleaved_medians, round_trip, sampler
+from harness import Repetitions, Row, interleaved_medians, round_trip, sampler
 from peers import CODECS, OURS
 from workloads import MILLION, WORKLOADS
 
@@ -33,10 +34,10 @@ def keep_freed_memory() -> None:
         set_option(most_mapped, 0)
 
 
-def measure(name: str, quick: bool, repetitions: int) -> Iterator[Row]:
+def measure(name: str, quick: bool, repetitions: Repetitions) -> Iterator[Row]:
     """Each sample takes the same elements, in one list or cut into many, and keeps all that it
     makes. So every size reads the same memory, in the same order, and fills as much; and freeing is
-    outside the time."""
+    outside the time. The collector leaves the inputs alone, those of the other sizes above all."""
     keep_freed_memory()
     workload = next(each for each in WORKLOADS if each.name == name)
     smallest, largest = (10, 1000) if quick else (1000, LARGEST[name])
@@ -44,6 +45,7 @@ def measure(name: str, quick: bool, repetitions: int) -> Iterator[Row]:
     (values,) = workload.arguments(largest)
     inputs = {size: [(part,) for part in cut(values, largest // size)] for size in sizes}
     encoded = {size: [round_trip(OURS, args) for args in inputs[size]] for size in sizes}
+    gc.freeze()
     for direction in workload.directions:
         operation = getattr(CODECS[OURS], direction)
         samplers = {
@@ -58,6 +60,7 @@ def measure(name: str, quick: bool, repetitions: int) -> Iterator[Row]:
         for little, large in pairwise(sizes):
             step = f"{power(little)} to {power(large)}"
             yield Row(f"growth-{name}", direction, step, times[large], times[little], STEP_LIMIT)
+    gc.unfreeze()
 
 
 def cut(values: list[Any], parts: int) -> list[list[Any]]:

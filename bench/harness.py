@@ -6,29 +6,40 @@ import gc
 import statistics
 import subprocess
 import sys
+import time
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass
 from functools import partial
 from timeit import Timer
 from typing import Any
 
-import frames
 import memory
 import msgpack
+import msgspec
 import numpy
+import orjson
 import pandas
 import pyarrow
+from comparison import same
 from peers import CODECS, MODULES, OURS, decode, encode
-from workloads import IMPORT_LIMIT, Workload, huge_pages
+from workloads import IMPORT_LIMIT, Budget, Workload, huge_pages
 
 NOISE = 1_000_000  # bytes: peaks below it say nothing
-SCALARS = {bool, int, float, str}
+PATIENCE = 1.0  # seconds after which the fewest samples are enough
 LIGHT_IMPORT = """
 import sys, py_pb
 loaded = {"numpy", "pandas"} & sys.modules.keys()
 if loaded: sys.exit(f"importing py_pb loads {sorted(loaded)}")
 """
 Sampler = Callable[[], float]  # gives the seconds of one call
+
+
+@dataclass(frozen=True)
+class Repetitions:
+    """How many samples of each to take: as many as patience lasts for, but no fewer than told."""
+
+    fewest: int
+    most: int
 
 
 class WrongRoundTrip(Exception):
@@ -41,6 +52,7 @@ class Space:
 
     encoded: int | None = None
     encoded_limit: float | None = None
+    of_msgpack: float | None = None  # the message, over that of msgpack
     peak: int | None = None  # beyond input and output
     peak_limit: float | None = None
 
@@ -89,35 +101,19 @@ def sampler(statement: str, calls: int = 1, **names: Any) -> Sampler:
     return lambda: timer.timeit(calls) / calls
 
 
-def interleaved_medians(samplers: dict[Any, Sampler], repetitions: int) -> dict[Any, float]:
-    """One sample of each in turn, `repetitions` times, after a warm-up."""
+def interleaved_medians(samplers: dict[Any, Sampler], repetitions: Repetitions) -> dict[Any, float]:
+    """One sample of each in turn, again and again, after a warm-up."""
     for sample in samplers.values():
         sample()
     samples: dict[Any, list[float]] = {name: [] for name in samplers}
-    for _ in range(repetitions):
+    start = time.perf_counter()
+    for taken in range(repetitions.most):
+        if taken >= repetitions.fewest and time.perf_counter() - start > PATIENCE:
+            break
         for name, sample in samplers.items():
             gc.collect()
             samples[name].append(sample())
     return {name: statistics.median(times) for name, times in samples.items()}
-
-
-def same(sent: Any, received: Any) -> bool:
-    """Equal in value and type all the way down; an array may come back as any array type."""
-    if isinstance(sent, numpy.ndarray):
-        array = numpy.asarray(received)
-        return array.dtype == sent.dtype and numpy.array_equal(array, sent)
-    if isinstance(sent, pandas.DataFrame):
-        return frames.same(sent, received)
-    if type(sent) is not type(received):
-        return False
-    if isinstance(sent, list):
-        types = list(map(type, sent))
-        if SCALARS.issuperset(types):
-            return types == list(map(type, received)) and bool(sent == received)
-        return len(sent) == len(received) and all(map(same, sent, received))
-    if isinstance(sent, dict):
-        return list(sent) == list(received) and all(map(same, sent.values(), received.values()))
-    return bool(sent == received)
 
 
 def round_trip(codec: str, args: tuple[Any, ...]) -> Any:
@@ -135,27 +131,38 @@ def payload_of(value: Any) -> int:
     return int(value.nbytes)
 
 
+def size_of(what: str, args: tuple[Any, ...], encoded: dict[str, Any]) -> int:
+    """What a limit is a multiple of: the payload, our message, or that of a peer."""
+    if what == "payload":
+        return payload_of(args[0])
+    return len(encoded[OURS if what == "message" else what])
+
+
 def space_of(
-    workload: Workload, direction: str, size: int, args: tuple[Any, ...], encoded: dict[str, Any]
-) -> Space:
-    """What a workload takes of its budget. The message counts where it comes to be."""
-    budget = workload.budget
-    peak = memory.peak_in_child(workload.name, direction, size)
-    peak_limit = budget.peak and budget.peak * payload_of(args[0])
-    if direction == "back":
-        return Space(peak=peak, peak_limit=peak_limit)
-    encoded_limit = None
+    budget: Budget, args: tuple[Any, ...], encoded: dict[str, Any], peaks: dict[str, int | None]
+) -> dict[str, Space]:
+    """By direction, what a workload takes of its budget. Only the way out makes a message."""
+    message = len(encoded[OURS])
+    limit = peak_limit = None
     if budget.encoded is not None:
-        like = payload_of(args[0]) if budget.like == "payload" else len(encoded[budget.like])
-        encoded_limit = budget.encoded * like + budget.header
-    return Space(len(encoded[OURS]), encoded_limit, peak, peak_limit)
+        limit = budget.encoded * size_of(budget.like, args, encoded) + budget.header
+    if budget.peak is not None:
+        peak_limit = budget.peak * size_of(budget.peak_like, args, encoded)
+    of_msgpack = message / len(encoded["msgpack"]) if "msgpack" in encoded else None
+    return {
+        "out": Space(message, limit, of_msgpack, peaks.get("out"), peak_limit),
+        "back": Space(peak=peaks.get("back"), peak_limit=peak_limit),
+    }
 
 
-def measure(workload: Workload, size: int, repetitions: int) -> Iterator[Row]:
+def measure(workload: Workload, size: int, repetitions: Repetitions) -> Iterator[Row]:
     """The rows of one workload. Raises what its codecs raise, and WrongRoundTrip."""
     args = workload.arguments(size)
     codecs = {OURS: workload.ours} | {peer: peer for each in workload.limits for peer in each.peers}
     encoded = {name: round_trip(codec, args) for name, codec in codecs.items()}
+    # A call that is short enough to be made many times has no peak to speak of.
+    peaks = memory.peaks_in_child(workload.name, size) if workload.calls == 1 else {}
+    spaces = space_of(workload.budget, args, encoded, peaks)
     for direction in workload.directions:
         # The result is bound, so that freeing a large one is outside the time of a single call.
         samplers = {
@@ -168,15 +175,19 @@ def measure(workload: Workload, size: int, repetitions: int) -> Iterator[Row]:
             for name, codec in codecs.items()
         }
         times = interleaved_medians(samplers, repetitions)
-        space = space_of(workload, direction, size, args, encoded)
+        space = spaces[direction]
+        told: set[str] = set()
         for limit in workload.limits:
             peer = min(limit.peers, key=lambda name: times[name])
             most = limit.out if direction == "out" else limit.back
+            if peer in told and most is None:
+                continue
             yield Row(workload.name, direction, peer, times[OURS], times[peer], most, space)
-            space = Space()  # told once
+            space = Space()  # said once
+            told.add(peer)
 
 
-def measure_start_up(repetitions: int) -> Iterator[Row]:
+def measure_start_up(repetitions: Repetitions) -> Iterator[Row]:
     """What an interpreter takes longer when it imports py_pb, beside what it may.
 
     Raises when the import fails, or loads numpy or pandas: those wait for their first need.
@@ -197,5 +208,6 @@ def conditions() -> str:
     return (
         f"Python {sys.version.split()[0]}, numpy {numpy.__version__}, pandas {pandas.__version__},"
         f" pyarrow {pyarrow.__version__}, msgpack {'.'.join(map(str, msgpack.version))},"
+        f" msgspec {msgspec.__version__}, orjson {orjson.__version__},"
         f" garbage collector {collector}, huge pages {huge_pages()}"
     )

@@ -18,10 +18,10 @@ from peers import CODECS, OURS
 from workloads import WORKLOADS
 
 # Elements, and how often the operation runs in the first and the second process.
-SIZES = {"small-call": (3, 1000, 11000)}
+SIZES = {"call-scalars": (3, 1000, 11000)}
 USUAL = (5000, 10, 60)
 NAMES = (
-    "small-call",
+    "call-scalars",
     "floats",
     "ints",
     "bools",

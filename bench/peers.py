@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import pickle
 from dataclasses import dataclass
+from datetime import datetime
 from typing import Any
 
 import frames
 import msgpack
+import msgspec
 import numpy
+import orjson
 import py_pb
 import zoned
 
@@ -23,11 +26,24 @@ class Codec:
     back: str
 
 
+# What each kind of value can be taken to bytes by, and come back from as it was.
+PLAIN = ("pickle", "msgpack", "msgspec", "orjson")
+MAPPINGS = ("pickle", "msgpack", "orjson")
+BINARY = ("pickle", "msgpack", "msgspec")
+DATES = ("pickle", "msgspec dates")
+ARRAYS = ("pickle", "copy")
+TURNED = ("pickle", "F copy")  # arrays in other orders than Fortran
+FRAMES = ("pickle", "arrow")
+
 COPY_BACK = "[numpy.ndarray(args[0].shape, args[0].dtype, bytearray(data), order='F')]"
 CODECS = {
     OURS: Codec("py_pb.py_to_serialized_str(args)", "py_pb.serialized_str_to_py(data)"),
     "pickle": Codec("pickle.dumps(args, 5)", "pickle.loads(data)"),
     "msgpack": Codec("msgpack.packb(args)", "msgpack.unpackb(data)"),
+    "msgspec": Codec("encoder.encode(args)", "decoder.decode(data)"),
+    # Dates are texts to it, or of UTC, until it is told what to expect.
+    "msgspec dates": Codec("encoder.encode(args)", "dates_decoder.decode(data)"),
+    "orjson": Codec("orjson.dumps(args)", "orjson.loads(data)"),
     "arrow": Codec("frames.to_arrow_stream(*args)", "[frames.from_arrow_stream(data)]"),
     # The copies are the physical limit for arrays: what it takes to have the elements, column by
     # column, in ordinary memory that nobody has touched yet. order="F" keeps tobytes from turning
@@ -35,6 +51,10 @@ CODECS = {
     # huge pages.
     "copy": Codec("args[0].tobytes(order='F')", COPY_BACK),
     "F copy": Codec("numpy.asfortranarray(args[0]).tobytes(order='F')", COPY_BACK),
+    # What exports a buffer: one copy each way, and the elements get their type again.
+    "bytes": Codec(
+        "bytes(args[0])", "[memoryview(bytearray(data)).cast(memoryview(args[0]).format)]"
+    ),
     # The idiom, which turns the array twice: its bytes are row-major again.
     "F bytes": Codec(
         "numpy.asfortranarray(args[0]).tobytes()",
@@ -45,9 +65,13 @@ CODECS = {
     "pandas": Codec("zoned.to_utc(*args)", "[zoned.from_utc(data)]"),
 }
 MODULES = {
+    "dates_decoder": msgspec.msgpack.Decoder(tuple[list[datetime]]),
+    "decoder": msgspec.msgpack.Decoder(),
+    "encoder": msgspec.msgpack.Encoder(),
     "frames": frames,
     "msgpack": msgpack,
     "numpy": numpy,
+    "orjson": orjson,
     "pickle": pickle,
     "py_pb": py_pb,
     "zoned": zoned,

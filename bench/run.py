@@ -16,22 +16,24 @@ from pathlib import Path
 
 import growth
 import harness
-from harness import Row
+from harness import Repetitions, Row
 from workloads import HUGE_PAGES_ON_REQUEST, WORKLOADS
 
-COLUMNS = "{:<20}{:<7}{:<13}{:>9}{:>9}{:>7}{:>7}{:>9}{:>9}{:>9}{:>9}  {}"
+COLUMNS = "{:<21}{:<7}{:<14}{:>8}{:>9}{:>7}{:>6}{:>9}{:>9}{:>9}{:>9}{:>9}  {}"
 HEADINGS = (
     *("workload", "way", "peer", "py_pb", "peer", "ratio", "limit"),
-    *("message", "limit", "peak", "limit", "falls short of"),
+    *("message", "limit", "/msgpack", "peak", "limit", "falls short of"),
 )
 CSV_FILE = Path(__file__).resolve().parents[1] / "build" / "bench" / "rows.csv"
 CSV_COLUMNS = (
     *("workload", "direction", "peer", "our_time", "peer_time", "ratio", "limit"),
-    *("encoded", "encoded_limit", "peak", "peak_limit", "short_of"),
+    *("encoded", "encoded_limit", "of_msgpack", "peak", "peak_limit", "short_of"),
 )
 PEERS = "Beside peers; a ratio below 1: py_pb is faster"
 GROWTH = "Beside a tenth of the size; a ratio of 10: the time grows as the size does"
 SMALL = "The sizes are small, to see that all works; the limits are meant for the full ones."
+WORDS_HELP = "measures only the workloads that have one of the words in their name"
+REPETITIONS_HELP = "default 9, but 5 where they take long, and 1 when quick"
 CSV_HELP = "where to write the rows; default build/bench/rows.csv for a run of everything in full"
 PLOT_HELP = "where to draw the ratios (.png, .svg); default beside the CSV of a run in full"
 LARGE_ARRAYS = {
@@ -55,12 +57,19 @@ def scaled(value: float, units: dict[str, float]) -> str:
     return f"{value / units[unit]:.{3 if value < 999.5 * units[unit] else 4}g} {unit}"
 
 
+def ratio_text(ratio: float | None) -> str:
+    return "" if ratio is None else f"{ratio:.2f}"
+
+
 def line(row: Row) -> str:
-    times = time_text(row.our_time), time_text(row.peer_time), f"{row.ratio:.2f}"
+    times = time_text(row.our_time), time_text(row.peer_time), ratio_text(row.ratio)
     limit = "" if row.limit is None else f"{row.limit:g}"
-    space = map(bytes_text, vars(row.space).values())
+    space = row.space
+    message = bytes_text(space.encoded), bytes_text(space.encoded_limit)
+    peak = bytes_text(space.peak), bytes_text(space.peak_limit)
+    sizes = *message, ratio_text(space.of_msgpack), *peak
     short_of = ", ".join(row.short_of)
-    cells = row.workload, row.direction, row.peer, *times, limit, *space, short_of
+    cells = row.workload, row.direction, row.peer, *times, limit, *sizes, short_of
     return COLUMNS.format(*cells).rstrip()
 
 
@@ -83,7 +92,7 @@ def write_csv(path: Path, rows: Iterable[Row]) -> None:
             writer.writerow(vars(row) | vars(row.space) | own)
 
 
-def beside_peers(quick: bool, repetitions: int) -> dict[str, Job]:
+def beside_peers(quick: bool, repetitions: Repetitions) -> dict[str, Job]:
     """By name, what gives the rows of each workload."""
     jobs: dict[str, Job] = {}
     for workload in WORKLOADS:
@@ -93,7 +102,7 @@ def beside_peers(quick: bool, repetitions: int) -> dict[str, Job]:
     return jobs
 
 
-def beside_a_tenth(quick: bool, repetitions: int) -> dict[str, Job]:
+def beside_a_tenth(quick: bool, repetitions: Repetitions) -> dict[str, Job]:
     return {
         f"growth-{name}": partial(growth.measure, name, quick, repetitions)
         for name in growth.LARGEST
@@ -117,25 +126,29 @@ def run(title: str, jobs: dict[str, Job], broken: list[str]) -> list[Row]:
 
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0] if __doc__ else None)
+    parser.add_argument("words", nargs="*", metavar="WORD", help=WORDS_HELP)
     parser.add_argument("--quick", action="store_true", help="small sizes, to see that all works")
-    parser.add_argument("--only", nargs="+", metavar="PATTERN", help="parts of workloads' names")
-    parser.add_argument("--repetitions", type=int, metavar="N", help="default 9, when quick 1")
+    parser.add_argument("--repetitions", type=int, metavar="N", help=REPETITIONS_HELP)
     parser.add_argument("--csv", type=Path, metavar="FILE", help=CSV_HELP)
     parser.add_argument("--plot", type=Path, metavar="FILE", help=PLOT_HELP)
-    arguments = parser.parse_args()
-    if arguments.repetitions is None:
-        arguments.repetitions = 1 if arguments.quick else 9
-    if arguments.repetitions < 1:
+    arguments = parser.parse_intermixed_args()
+    if arguments.repetitions is not None and arguments.repetitions < 1:
         parser.error("at least one repetition is needed")
-    if arguments.csv is None and not (arguments.quick or arguments.only):
+    if arguments.csv is None and not (arguments.quick or arguments.words):
         arguments.csv = CSV_FILE
     if arguments.plot is None and arguments.csv and not arguments.quick:
         arguments.plot = arguments.csv.with_suffix(".png")
     return arguments
 
 
-def chosen(jobs: dict[str, Job], patterns: list[str] | None) -> dict[str, Job]:
-    return {name: jobs[name] for name in jobs if any(part in name for part in patterns or [""])}
+def repetitions_of(arguments: argparse.Namespace) -> Repetitions:
+    if arguments.repetitions is not None:
+        return Repetitions(arguments.repetitions, arguments.repetitions)
+    return Repetitions(1, 1) if arguments.quick else Repetitions(5, 9)
+
+
+def chosen(jobs: dict[str, Job], words: list[str]) -> dict[str, Job]:
+    return {name: jobs[name] for name in jobs if any(word in name for word in words or [""])}
 
 
 def save(arguments: argparse.Namespace, sections: dict[str, list[Row]]) -> None:
@@ -154,17 +167,19 @@ def save(arguments: argparse.Namespace, sections: dict[str, list[Row]]) -> None:
 
 def main() -> int:
     arguments = parse_arguments()
-    size = arguments.quick, arguments.repetitions
+    repetitions = repetitions_of(arguments)
+    size = arguments.quick, repetitions
     jobs = {
-        PEERS: chosen(beside_peers(*size), arguments.only),
-        GROWTH: chosen(beside_a_tenth(*size), arguments.only),
+        PEERS: chosen(beside_peers(*size), arguments.words),
+        GROWTH: chosen(beside_a_tenth(*size), arguments.words),
     }
     if not any(jobs.values()):
-        print(f"No workload has any of {arguments.only} in its name", file=sys.stderr)
+        print(f"No workload has any of {arguments.words} in its name", file=sys.stderr)
         return 2
 
     print(harness.conditions())
-    print(f"Medians of {arguments.repetitions}. {LARGE_ARRAYS[HUGE_PAGES_ON_REQUEST]}")
+    print(f"Medians of {repetitions.fewest} samples, of {repetitions.most} where they are quick.")
+    print(LARGE_ARRAYS[HUGE_PAGES_ON_REQUEST])
     if arguments.quick:
         print(SMALL)
     broken: list[str] = []

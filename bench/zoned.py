@@ -7,7 +7,7 @@ from zoneinfo import ZoneInfo
 
 import numpy
 import pandas
-from frames import random
+from chance import numbers
 
 ZONE = "Europe/Berlin"
 CHAR, COMPLEX_DOUBLE, VALUE_OBJECT = 2, 14, 27
@@ -15,7 +15,7 @@ CHAR, COMPLEX_DOUBLE, VALUE_OBJECT = 2, 14, 27
 
 def dates(count: int) -> Any:
     """An array of `datetime` objects, as it comes back."""
-    seconds = random().integers(0, 2**31, (1, count))
+    seconds = numbers().integers(0, 2**31, (1, count))
     return from_utc(seconds.view("M8[s]"))
 
 

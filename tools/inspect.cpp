@@ -23,12 +23,6 @@ std::string readFile(const std::string& path) {
   return tools::readAll(file.get(), path);
 }
 
-// An array that the end of the bytes cuts off is not shown.
-void dropCutArrays(EnvelopeOutline& outline) {
-  auto& arrays = outline.arrays;
-  if (arrays.size() > 0 && arrays[arrays.size() - 1].cut) arrays.pop_back();
-}
-
 void writeOutline(const EnvelopeOutline& outline, bool asResult, bool asJson) {
   Envelope envelope{decodeArrays(outline), std::nullopt, std::nullopt};
   if (asResult) {
@@ -45,11 +39,11 @@ void writeOutline(const EnvelopeOutline& outline, bool asResult, bool asJson) {
 // Returns the exit code.
 int show(const std::string& path, bool asResult, bool asJson) {
   const std::string bytes = readFile(path);
-  EnvelopeOutline outline = readOutline(bytes);
-  dropCutArrays(outline);
-  writeOutline(outline, asResult, asJson);
+  const EnvelopeOutline outline = readOutline(bytes);
+  // A value that the end of the bytes cuts off is not shown.
+  writeOutline(readOutline(std::string_view(bytes).substr(0, outline.whole)), asResult, asJson);
   if (outline.error && !asResult) {
-    std::cerr << kName << ": the message carries an engine error, which --result shows\n";
+    std::cerr << kName << ": the message is a result with an engine error, which --result shows\n";
   }
   if (!outline.broken) return 0;
   std::cerr << kName << ": the bytes break off or are no message; shown is what stands before\n";

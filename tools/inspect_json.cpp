@@ -125,8 +125,11 @@ class ContentWriter {
   void operator()(const TypedArray<ValueObject>& view) const {
     writeRecords(object_, "properties", view);
   }
-  // A handle's number means something to its engine only.
-  void operator()(const TypedArray<HandleObjectRef>&) const {}
+  void operator()(const TypedArray<HandleObjectRef>& view) const {
+    std::ostream& out = object_.member("ref");
+    writeList(out, view.getNumberOfElements(),
+              [&](size_t i) { writeNumber(out, view[i].getReference()); });
+  }
 
  private:
   JsonObject& object_;
@@ -185,7 +188,7 @@ void writeJson(std::ostream& out, std::string_view messageName, const Envelope& 
     JsonObject object(out);
     object.text("message", messageName);
     if (envelope.nargout) writeNumber(object.member("nargout"), *envelope.nargout);
-    const ItemList& arrays = envelope.arrays.impl().items();
+    const Items& arrays = envelope.arrays.impl().items();
     object.member("arrays");
     writeList(out, arrays.size(), [&](size_t i) { writeArray(out, arrays.get(i)); });
     if (envelope.error) writeError(object.member("error"), *envelope.error);

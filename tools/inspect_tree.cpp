@@ -80,7 +80,7 @@ void writeRecords(std::ostream& out, int depth, const Array& array) {
   }
 }
 
-void writeItems(std::ostream& out, int depth, const ItemList& items) {
+void writeItems(std::ostream& out, int depth, const Items& items) {
   for (size_t i = 0; i < std::min(items.size(), kShownElements); ++i) {
     writeArray(out, depth, indexLabel(i), items.get(i));
   }

@@ -152,9 +152,9 @@ constexpr Row kFunctions[] = {
 // The first `count` elements of a cell array.
 Array firstOf(const Array& cell, size_t count) {
   if (cell.getNumberOfElements() <= count) return cell;
-  ItemList items;
-  for (size_t i = 0; i < count; ++i) items.append(cell.impl().items().get(i));
-  return makeArray(ArrayType::CELL, Dimensions::row(count), std::move(items));
+  std::vector<Array> items;
+  for (size_t i = 0; i < count; ++i) items.push_back(cell.impl().items().get(i));
+  return makeArray(ArrayType::CELL, Dimensions::row(count), Items(std::move(items)));
 }
 
 }  // namespace

@@ -3,17 +3,14 @@
 
 #include <climits>
 #include <cstdint>
-#include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
-#include "message/varints.h"
+#include "zorvandata/varints.h"
 
 namespace foundation::protobuf {
 
-// The bytes still to be read. Read by hand: a coded stream for each of many small messages and
-// columns costs more than what is in them.
+// The bytes still to be read. Read by hand: a coded stream for each of many small messages costs
+// more than what is in them.
 class ByteCursor {
  public:
   explicit ByteCursor(std::string_view bytes)
@@ -22,19 +19,7 @@ class ByteCursor {
   bool atEnd() const { return at_ == end_; }
   size_t left() const { return static_cast<size_t>(end_ - at_); }
   // False when the bytes are no varint of at most 64 bits.
-  bool readVarint(uint64_t& value) {
-    if (at_ == end_) return false;
-    if (*at_ < 0x80) {
-      value = *at_++;
-      return true;
-    }
-    return (left() >= sizeof(uint64_t) && readShortVarint(at_, value)) || readLongVarint(value);
-  }
-  // See varints.h.
-  template <class Put>
-  size_t readShortVarints(size_t count, const Put& put) {
-    return protobuf::readShortVarints(count, put, at_, end_);
-  }
+  bool readVarint(uint64_t& value) { return zorvandata::readVarint(at_, end_, value); }
   // A byte further on, of which there must be as many left.
   uint8_t peek(size_t offset) const { return at_[offset]; }
   // Moves past that many bytes, of which there must be as many left.
@@ -45,8 +30,6 @@ class ByteCursor {
   }
 
  private:
-  bool readLongVarint(uint64_t& value);
-
   const uint8_t* at_;
   const uint8_t* end_;
 };
@@ -74,18 +57,20 @@ class FieldReader {
 
   int number() const { return number_; }
   bool isVarint() const { return kind_ == Kind::kVarint; }
-  bool isFixed64() const { return kind_ == Kind::kFixed64; }
   // A length-delimited field with all its bytes.
   bool isBytes() const { return kind_ == Kind::kBytes && !cut_; }
   // A length-delimited field, possibly cut off by the end of the bytes.
   bool isMessage() const { return kind_ == Kind::kBytes; }
   bool cut() const { return cut_; }
 
+  // How many bytes are left behind the current field.
+  size_t left() const { return cursor_.left(); }
+
   uint64_t value() const { return value_; }
   std::string_view bytes() const { return field_; }
 
  private:
-  enum class Kind { kVarint, kFixed64, kBytes, kOther };
+  enum class Kind { kVarint, kBytes, kOther };
 
   // The usual field, of which the tag and the number or length are a byte each. False, without
   // having moved, for any other.
@@ -118,48 +103,5 @@ class FieldReader {
   uint64_t value_ = 0;
   std::string_view field_;
 };
-
-// A repeated number field, packed or not or both: its encoded values end to end.
-class Column {
- public:
-  // Takes the reader's current field if it is one of the column's.
-  void addVarints(const FieldReader& field);
-  void addFixed64(const FieldReader& field);
-
-  std::string_view bytes() const { return joined_ ? std::string_view(*joined_) : first_; }
-
- private:
-  void append(std::string_view bytes);
-
-  std::string_view first_;
-  std::unique_ptr<std::string> joined_;  // set once there is more than one piece
-};
-
-// Takes the varints of a column one by one.
-class VarintCursor {
- public:
-  explicit VarintCursor(std::string_view bytes) : cursor_(bytes) {}
-  // Throws MalformedMessageException when there is no further value.
-  uint64_t next() {
-    uint64_t value = 0;
-    if (!cursor_.readVarint(value)) throwTooShort();
-    return value;
-  }
-  // Calls put(i, number) for each of so many values; throws likewise.
-  template <class Put>
-  void take(size_t count, const Put& put) {
-    size_t i = cursor_.readShortVarints(count, put);
-    for (; i < count; ++i) put(i, next());
-  }
-  bool atEnd() const { return cursor_.atEnd(); }
-
- private:
-  [[noreturn]] static void throwTooShort();
-
-  ByteCursor cursor_;
-};
-
-// All values of a column; throws MalformedMessageException.
-std::vector<size_t> readVarints(std::string_view bytes);
 
 }  // namespace foundation::protobuf

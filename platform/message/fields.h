@@ -3,8 +3,15 @@
 
 namespace foundation::protobuf {
 
+// The version of the format: the only one there is.
+constexpr unsigned kVersion = 1;
+
+// Payloads of so many bytes and more begin at a multiple of kAlignment bytes of the message.
+constexpr unsigned kAlignedFrom = 4096;
+constexpr unsigned kAlignment = 16;
+
 namespace envelope_field {
-enum : int { kArrays = 1, kNargout = 2, kError = 3 };
+enum : int { kArrays = 1, kNargout = 2, kError = 3, kVersion = 4, kTape = 5 };
 }
 namespace error_field {
 enum : int { kMessage = 1, kIdentifier = 2, kStack = 3 };
@@ -20,20 +27,28 @@ enum : int {
   kChildren = 4,
   kNames = 5,
   kClassName = 6,
-  kItemType = 7,
-  kKinds = 8,
-  kInts = 9,
-  kReals = 10,
-  kTextLen = 11,
-  kText = 12,
-  kTextIndex = 13,
-  kRows = 14,
-  kColStarts = 15,
-  kRef = 16,
+  kTape = 7,
+  kTextLen = 8,
+  kText = 9,
+  kRows = 10,
+  kColStarts = 11,
+  kRef = 12,
 };
 }
-
-// A mixed item's kind byte: the code of its type, or this for one that lies in `children`.
-constexpr unsigned char kChildKind = 0;
+namespace tape_field {
+enum : int {
+  kKinds = 1,
+  kCounts = 2,
+  kInts = 3,
+  kReals = 4,
+  kDense = 5,
+  kTextLen = 6,
+  kText = 7,
+  kShapes = 8,
+  kChildren = 9,
+};
+}
+// Of arrays and tapes; nobody reads it.
+constexpr int kPadding = 15;
 
 }  // namespace foundation::protobuf

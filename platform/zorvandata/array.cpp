@@ -10,7 +10,7 @@ namespace foundation::zorvandata {
 namespace {
 
 const ArrayImpl& unknownImpl() {
-  static const ArrayImpl impl(ArrayType::UNKNOWN, Dimensions(), ItemList());
+  static const ArrayImpl impl(ArrayType::UNKNOWN, Dimensions(), Items());
   return impl;
 }
 
@@ -26,7 +26,7 @@ bool equalElements(const Buffer& a, const Buffer& b, size_t count) {
 
 bool equalBuffers(ArrayType type, const Buffer& a, const Buffer& b) {
   if (a.size() != b.size()) return false;
-  const size_t count = a.size() / elementSize(type);
+  const size_t count = isDense(type) ? a.size() / elementSize(type) : 0;
   switch (type) {
     case ArrayType::DOUBLE:
       return equalElements<double>(a, b, count);
@@ -41,44 +41,19 @@ bool equalBuffers(ArrayType type, const Buffer& a, const Buffer& b) {
   }
 }
 
-bool equalImpls(const ArrayImpl& a, const ArrayImpl& b);
-
-bool equalItems(const ItemList& a, const ItemList& b, size_t i) {
-  const Item left = a[i];
-  const Item right = b[i];
-  if (left.form() != right.form()) {
-    const auto isInline = [](const Item& item) {
-      return item.form() != Item::Form::kArray && item.form() != Item::Form::kElement;
-    };
-    return !(isInline(left) && isInline(right)) && a.get(i) == b.get(i);
-  }
-  switch (left.form()) {
-    case Item::Form::kEmpty:
-    case Item::Form::kMissing:
-      return true;
-    case Item::Form::kScalar: {
-      const ArrayType type = left.type();
-      const size_t size = elementSize(type);
-      return type == right.type() && equalBuffers(type, Buffer::copyOf(left.scalarData(), size),
-                                                  Buffer::copyOf(right.scalarData(), size));
-    }
-    case Item::Form::kText:
-    case Item::Form::kString:
-      return left.utf8() == right.utf8();
-    case Item::Form::kElement:
-      return a.get(i) == b.get(i);
-    case Item::Form::kArray:
-      break;
-  }
-  return &left.array() == &right.array() || equalImpls(left.array(), right.array());
-}
-
-bool equalLists(const ItemList& a, const ItemList& b) {
+bool equalItems(const Items& a, const Items& b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (!equalItems(a, b, i)) return false;
+    if (a.get(i) != b.get(i)) return false;
   }
   return true;
+}
+
+bool equalTexts(const Texts& a, const Texts& b) {
+  TextCursor other(b);
+  bool isEqual = a.size() == b.size();
+  if (isEqual) a.forEach([&](const auto& text) { isEqual = other.next() == text && isEqual; });
+  return isEqual;
 }
 
 bool equalLayouts(const Layout* a, const Layout* b) { return a == b || (a && b && *a == *b); }
@@ -93,7 +68,15 @@ bool equalImpls(const ArrayImpl& a, const ArrayImpl& b) {
     return left.rows == right.rows && left.columnStarts == right.columnStarts &&
            equalBuffers(sparseValueType(a.type()), left.values, right.values);
   }
-  return equalLists(a.items(), b.items());
+  switch (a.type()) {
+    case ArrayType::HANDLE_OBJECT_REF:
+      return equalBuffers(a.type(), a.buffer(), b.buffer());
+    case ArrayType::ZORVAN_STRING:
+    case ArrayType::ENUMERATION:
+      return equalTexts(a.texts(), b.texts());
+    default:
+      return equalItems(a.items(), b.items());
+  }
 }
 
 }  // namespace

@@ -54,8 +54,6 @@ class Array {
   bool sharesWith(const Array& other) const { return impl_ == other.impl_; }
 
  private:
-  friend class ItemList;
-
   ArrayImpl* impl_ = nullptr;
 };
 

@@ -24,7 +24,7 @@ void checkCount(const Dimensions& dims, size_t given) {
 size_t itemCount(size_t names, const Dimensions& dims) {
   size_t count = 0;
   if (__builtin_mul_overflow(names, dims.elements(), &count) ||
-      count > PTRDIFF_MAX / sizeof(Item)) {
+      count > PTRDIFF_MAX / sizeof(Array)) {
     throw InvalidDimensionsException("the array would not fit into memory");
   }
   return count;
@@ -43,14 +43,11 @@ Array ArrayFactory::createArray(ArrayType type, const ArrayDimensions& extents) 
   if (isSparse(type)) return emptySparse(type, dims);
   switch (type) {
     case ArrayType::CELL:
-      return makeArray(type, dims, ItemList(itemCount(1, dims)));
+      return makeArray(type, dims, Items(itemCount(1, dims)));
     case ArrayType::STRUCT:
-      return makeArray(type, dims, ItemList(), makeLayout("", {}));
-    case ArrayType::ZORVAN_STRING: {
-      ItemList texts(itemCount(1, dims));
-      for (size_t i = 0; i < texts.size(); ++i) texts.setString(i, std::nullopt);
-      return makeArray(type, dims, std::move(texts));
-    }
+      return makeArray(type, dims, Items(), makeLayout("", {}));
+    case ArrayType::ZORVAN_STRING:
+      return makeArray(type, dims, Texts::missing(itemCount(1, dims)));
     default:
       throw EArrayUnknownDataType();
   }
@@ -75,25 +72,20 @@ Array ArrayFactory::createCellArray(const ArrayDimensions& extents,
                                     const std::vector<Array>& elements) const {
   const Dimensions dims(extents);
   checkCount(dims, elements.size());
-  ItemList items;
-  items.reserve(elements.size());
-  for (const Array& element : elements) items.append(element);
-  return makeArray(ArrayType::CELL, dims, std::move(items));
+  return makeArray(ArrayType::CELL, dims, Items(elements));
 }
 
 Array ArrayFactory::createStructArray(const ArrayDimensions& extents,
                                       std::vector<std::string> fields) const {
   const Dimensions dims(extents);
-  ItemList items(itemCount(fields.size(), dims));
+  Items items(itemCount(fields.size(), dims));
   return makeArray(ArrayType::STRUCT, dims, std::move(items), makeLayout("", std::move(fields)));
 }
 
 template <>
 Array ArrayFactory::createScalar(const std::string& utf8) const {
   checkUtf8(utf8);
-  ItemList text;
-  text.appendString(utf8);
-  return makeArray(ArrayType::ZORVAN_STRING, Dimensions::scalar(), std::move(text));
+  return makeArray(ArrayType::ZORVAN_STRING, Dimensions::scalar(), Texts::of({utf8}));
 }
 
 template <>
@@ -113,7 +105,7 @@ Array ArrayFactory::createValueObjectArray(const ArrayDimensions& extents, const
   if (withProperties) {
     for (const auto& property : info.getProperties()) names.push_back(property.getPropertyName());
   }
-  ItemList items(itemCount(names.size(), dims));
+  Items items(itemCount(names.size(), dims));
   return makeArray(ArrayType::VALUE_OBJECT, dims, std::move(items),
                    makeLayout(info.getClassIdentifier().getClassName(), std::move(names)));
 }
@@ -123,9 +115,8 @@ Array ArrayFactory::createHandleArray(const ArrayDimensions& extents,
                                       const std::vector<uint64_t>& references) const {
   const Dimensions dims(extents);
   checkCount(dims, references.size());
-  ItemList items;
-  for (const uint64_t reference : references) items.appendScalar(reference);
-  return makeArray(ArrayType::HANDLE_OBJECT_REF, dims, std::move(items),
+  return makeArray(ArrayType::HANDLE_OBJECT_REF, dims,
+                   Buffer::copyOf(references.data(), references.size() * sizeof(uint64_t)),
                    makeLayout(id.getClassName(), {}));
 }
 
@@ -134,13 +125,12 @@ Array ArrayFactory::createEnumerationArray(const ArrayDimensions& extents,
                                            const std::vector<std::string>& members) const {
   const Dimensions dims(extents);
   checkCount(dims, members.size());
-  ItemList items;
+  TextsBuilder names;
   for (const std::string& member : members) {
     checkUtf8(member);
-    items.appendString(member);
+    names.append(member);
   }
-  return makeArray(ArrayType::ENUMERATION, dims, std::move(items),
-                   makeLayout(id.getClassName(), {}));
+  return makeArray(ArrayType::ENUMERATION, dims, names.finish(), makeLayout(id.getClassName(), {}));
 }
 
 Array ArrayFactory::createSparseArray(ArrayType type, size_t rowCount, size_t columnCount,

@@ -45,7 +45,7 @@ ArrayImpl::ArrayImpl(const ArrayImpl& other)
       content_(other.content_) {}
 
 int ArrayImpl::depth() const {
-  const auto* list = std::get_if<ItemList>(&content_);
+  const auto* list = std::get_if<Items>(&content_);
   return 1 + (list ? list->depth() : 0);
 }
 
@@ -62,9 +62,10 @@ void ArrayImpl::addName(const std::string& name) {
   std::vector<std::string> names = layout_->names;
   names.push_back(name);
   auto layout = makeLayout(layout_->className, std::move(names));
-  ItemList& list = items();
+  Items& list = items();
   list.reserve(list.size() + elements());
-  for (size_t i = 0; i < elements(); ++i) list.appendEmpty();
+  const Array empty = makeDense(ArrayType::DOUBLE, Dimensions(), Buffer());
+  for (size_t i = 0; i < elements(); ++i) list.append(empty);
   layout_ = std::move(layout);
 }
 

@@ -1,4 +1,4 @@
-// The value behind an Array handle: type, dimensions, and one of three kinds of content.
+// The value behind an Array handle: type, dimensions, and one of four kinds of content.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,8 @@
 
 #include "zorvandata/array.h"
 #include "zorvandata/buffer.h"
-#include "zorvandata/item_list.h"
+#include "zorvandata/items.h"
+#include "zorvandata/texts.h"
 
 namespace foundation::zorvandata {
 
@@ -36,14 +37,14 @@ struct SparseContent {
 
 // Content by type:
 //   dense types           Buffer, elements in column-major order, complex ones interleaved
-//   STRING, ENUMERATION   items: one string (the member's name) an element
-//   CELL                  items: one an element
+//   HANDLE_OBJECT_REF     Buffer, one uint64, the reference number, an element
+//   STRING, ENUMERATION   Texts, one (the member's name) an element
+//   CELL                  Items, one an element
 //   STRUCT, VALUE_OBJECT, OBJECT
-//                         items: names.size() x elements of them, all elements of the first
+//                         Items, names.size() x elements of them, all elements of the first
 //                         field, then all of the second, ...
-//   HANDLE_OBJECT_REF     items: one uint64 scalar, the reference number, an element
 //   sparse types          SparseContent
-//   UNKNOWN               no items
+//   UNKNOWN               no Items
 class ArrayImpl {
   template <class T, class Variant>
   static auto& content(Variant& variant) {
@@ -54,7 +55,7 @@ class ArrayImpl {
   [[noreturn]] static void throwWrongContent();
 
  public:
-  using Content = std::variant<Buffer, ItemList, std::shared_ptr<const SparseContent>>;
+  using Content = std::variant<Buffer, Texts, Items, std::shared_ptr<const SparseContent>>;
 
   ArrayImpl(ArrayType type, Dimensions dimensions, Content&& content,
             std::shared_ptr<const Layout> layout = nullptr);
@@ -75,8 +76,10 @@ class ArrayImpl {
   // Each throws InvalidArrayTypeException when the content is of another kind.
   const Buffer& buffer() const { return content<Buffer>(content_); }
   Buffer& buffer() { return content<Buffer>(content_); }
-  const ItemList& items() const { return content<ItemList>(content_); }
-  ItemList& items() { return content<ItemList>(content_); }
+  const Texts& texts() const { return content<Texts>(content_); }
+  Texts& texts() { return content<Texts>(content_); }
+  const Items& items() const { return content<Items>(content_); }
+  Items& items() { return content<Items>(content_); }
   const SparseContent& sparse() const {
     return *content<std::shared_ptr<const SparseContent>>(content_);
   }

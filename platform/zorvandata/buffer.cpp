@@ -111,6 +111,13 @@ void Buffer::copyTo(void* out) const {
   }
 }
 
+Buffer Buffer::settled() const {
+  if (isSettled()) return *this;
+  Buffer own(size_);
+  copyTo(own.mutableData());
+  return own;
+}
+
 std::shared_ptr<Storage> Buffer::toStorage() const {
   if (storage_) return storage_;
   auto own = allocateStorage(size_);

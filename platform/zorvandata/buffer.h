@@ -17,6 +17,8 @@ class Storage {
   virtual void copyTo(std::byte* out) = 0;
   // True when the bytes may be changed in place.
   virtual bool writable() const = 0;
+  // False when somebody else may change them.
+  virtual bool isSettled() const { return true; }
 };
 
 // An own allocation of `size` bytes, 64-byte aligned, not initialised; asks for huge pages where
@@ -45,6 +47,10 @@ class Buffer {
   const std::byte* data() const { return storage_ ? storage_->data() : inline_; }
   std::byte* mutableData();
   void copyTo(void* out) const;
+
+  // Whether nobody else may change the bytes; and the bytes as nobody else can.
+  bool isSettled() const { return !storage_ || storage_->isSettled(); }
+  Buffer settled() const;
 
   // Storage that holds these bytes; made when they lie inside the handle.
   std::shared_ptr<Storage> toStorage() const;

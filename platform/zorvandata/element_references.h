@@ -66,9 +66,6 @@ void checkPropertyClass(const Array& objects, const ZorvanPropertyIdentifier& pr
 // The element as a 1-by-1 array of the same type; a cell's element as the array that it is.
 Array elementAsArray(const Array& array, size_t index);
 
-// A row of a cell matrix as a 1-by-N cell.
-Array rowAsCell(const Array& matrix, size_t row);
-
 }  // namespace detail
 
 // A string element: has_value() tells a missing string from a present one.

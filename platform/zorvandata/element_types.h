@@ -108,6 +108,11 @@ constexpr bool isComplex(ArrayType type) {
   return type >= ArrayType::COMPLEX_DOUBLE && type <= ArrayType::COMPLEX_UINT64;
 }
 
+// The type of the parts of complex numbers of a type.
+constexpr ArrayType realTypeOf(ArrayType complex) {
+  return static_cast<ArrayType>(codeOf(complex) - 10);
+}
+
 constexpr bool isSparse(ArrayType type) {
   return type >= ArrayType::SPARSE_LOGICAL && type <= ArrayType::SPARSE_COMPLEX_DOUBLE;
 }

@@ -25,9 +25,9 @@ template <>
 std::optional<std::u16string> readElement<std::optional<std::u16string>>(const Array& array,
                                                                          size_t index) {
   checkType(array, ArrayType::ZORVAN_STRING);
-  const Item item = array.impl().items()[index];
-  if (item.form() == Item::Form::kMissing) return std::nullopt;
-  return toUtf16(item.utf8());
+  const auto utf8 = array.impl().texts()[index];
+  if (!utf8) return std::nullopt;
+  return toUtf16(*utf8);
 }
 
 template <>
@@ -51,11 +51,11 @@ void writeElement(Array& array, size_t index, const Array& value) {
 
 void writeElement(Array& array, size_t index, const std::optional<std::u16string>& value) {
   checkType(array, ArrayType::ZORVAN_STRING);
-  ItemList& items = array.mutableImpl().items();
+  Texts& texts = array.mutableImpl().texts();
   if (value) {
-    items.setString(index, toUtf8(*value));
+    texts = texts.with(index, toUtf8(*value));
   } else {
-    items.setString(index, std::nullopt);
+    texts = texts.with(index, std::nullopt);
   }
 }
 
@@ -136,35 +136,30 @@ void checkPropertyClass(const Array& objects, const ZorvanPropertyIdentifier& pr
   checkClass(namesOf(objects), property);
 }
 
-namespace {
-
-// `count` items from position `first` on, `step` apart.
-ItemList everyNth(const ItemList& items, size_t first, size_t step, size_t count) {
-  ItemList taken;
-  taken.reserve(count);
-  for (size_t i = 0; i < count; ++i) taken.append(items, first + i * step);
-  return taken;
-}
-
-}  // namespace
-
 Array elementAsArray(const Array& array, size_t index) {
   checkIndex(array, index);
   const ArrayImpl& impl = array.impl();
   const ArrayType type = impl.type();
-  if (type == ArrayType::CELL) return impl.items().get(index);
   if (isDense(type)) return makeScalar(type, impl.buffer().data() + index * elementSize(type));
-  const bool hasNames = impl.layout() && !impl.layout()->names.empty();
-  const size_t fields =
-      hasNames ? impl.layout()->names.size() : impl.items().size() / impl.elements();
-  return makeArray(type, Dimensions::scalar(),
-                   everyNth(impl.items(), index, impl.elements(), fields), impl.layout());
-}
-
-Array rowAsCell(const Array& matrix, size_t row) {
-  const Dimensions& dims = matrix.dimensions();
-  return makeArray(ArrayType::CELL, Dimensions::row(dims[1]),
-                   everyNth(matrix.impl().items(), row, dims[0], dims[1]));
+  switch (type) {
+    case ArrayType::CELL:
+      return impl.items().get(index);
+    case ArrayType::ZORVAN_STRING:
+    case ArrayType::ENUMERATION:
+      return makeArray(type, Dimensions::scalar(), Texts::of({impl.texts()[index]}), impl.layout());
+    case ArrayType::HANDLE_OBJECT_REF:
+      return makeArray(
+          type, Dimensions::scalar(),
+          Buffer::copyOf(impl.buffer().data() + index * sizeof(uint64_t), sizeof(uint64_t)),
+          impl.layout());
+    default:
+      break;
+  }
+  const size_t names = impl.layout() ? impl.layout()->names.size() : 0;
+  std::vector<Array> fields;
+  fields.reserve(names);
+  for (size_t i = 0; i < names; ++i) fields.push_back(impl.items().get(impl.itemIndex(i, index)));
+  return makeArray(type, Dimensions::scalar(), Items(std::move(fields)), impl.layout());
 }
 
 }  // namespace detail
@@ -242,18 +237,21 @@ Array ValueObjectArray::operator[](const ZorvanPropertyIdentifier& property) con
   const size_t field = detail::position(layout, property.getPropertyName());
   const size_t count = getNumberOfElements();
   if (count == 1) return impl().items().get(field);
-  ItemList values;
+  std::vector<Array> values;
   values.reserve(count);
-  for (size_t i = 0; i < count; ++i) values.append(impl().items().get(impl().itemIndex(field, i)));
-  return makeArray(ArrayType::CELL, dimensions(), std::move(values));
+  for (size_t i = 0; i < count; ++i) {
+    values.push_back(impl().items().get(impl().itemIndex(field, i)));
+  }
+  return makeArray(ArrayType::CELL, dimensions(), Items(std::move(values)));
 }
 
 HandleObjectRef HandleObjectRef::of(const Array& array, size_t index) {
-  return {array.impl().layout()->className, array.impl().items()[index].scalar<uint64_t>()};
+  return {array.impl().layout()->className,
+          reinterpret_cast<const uint64_t*>(array.impl().buffer().data())[index]};
 }
 
 Enumeration Enumeration::of(const Array& array, size_t index) {
-  return {array.impl().layout()->className, std::string(array.impl().items()[index].utf8())};
+  return {array.impl().layout()->className, std::string(*array.impl().texts()[index])};
 }
 
 SparseArray::SparseArray(Array array) : Array(std::move(array)) {

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "message/codec.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 #include "zorvandata/array_factory.h"
 #include "zorvandata/buffer.h"
 
@@ -15,6 +15,8 @@ using foundation::protobuf::common::EnvelopeEncoder;
 using foundation::protobuf::common::EnvelopeOutline;
 using foundation::protobuf::common::StackFrame;
 using foundation::zorvandata::Array;
+using foundation::zorvandata::Lender;
+using foundation::zorvandata::TapeBuilder;
 using foundation::zorvandata::standalone::ClientArrayFactory;
 using PythonUtil::PyObjectWithGuard;
 
@@ -42,33 +44,36 @@ Array errorStruct(const EngineError& error) {
 
 }  // namespace
 
-std::optional<PyObjectWithGuard> mdata2protobuf(const Array& args, long nargout) {
-  try {
-    const EnvelopeEncoder encoder(args, static_cast<int32_t>(nargout));
-    auto bytes = PyObjectWithGuard::owned(
-        PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(encoder.size())));
-    if (!bytes) return std::nullopt;
-    char* out = PyBytes_AsString(bytes.get());
-    foundation::zorvandata::adviseHugePages(out, encoder.size());
-    encoder.write(reinterpret_cast<uint8_t*>(out));
-    return bytes;
-  } catch (...) {
-    PythonUtil::setPythonErrorFromException();
-    return std::nullopt;
-  }
+PyObjectWithGuard mdata2protobuf(const TapeBuilder& args, long nargout) {
+  const EnvelopeEncoder encoder(args, static_cast<int32_t>(nargout));
+  auto bytes = PythonUtil::checked(
+      PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(encoder.size())));
+  char* out = PyBytes_AsString(bytes.get());
+  foundation::zorvandata::adviseHugePages(out, encoder.size());
+  encoder.write(reinterpret_cast<uint8_t*>(out));
+  return bytes;
 }
 
-std::optional<Array> protobuf2mdata(std::string_view bytes, std::shared_ptr<const void> owner) {
+void reportBrokenResult(const char* reason) {
+  std::cerr << "Exception thrown from protobuf2mdata with the following content:\n"
+            << reason << std::endl;
+}
+
+bool protobuf2mdata(std::string_view bytes, const Lender& lender, Result& result) {
   try {
     const EnvelopeOutline outline = foundation::protobuf::common::readOutline(bytes);
-    return outline.error ? errorStruct(*outline.error) : decodeArrays(outline, std::move(owner));
+    if (outline.error) {
+      result.error = errorStruct(*outline.error);
+    } else {
+      readValues(outline, &lender, result.arrays);
+    }
+    return true;
   } catch (const std::exception& error) {
-    std::cerr << "Exception thrown from protobuf2mdata with the following content:\n"
-              << error.what() << std::endl;
+    reportBrokenResult(error.what());
   } catch (...) {
     std::cerr << "unknown exception" << std::endl;
   }
-  return std::nullopt;
+  return false;
 }
 
 std::string serializedArray(const Array& array) {

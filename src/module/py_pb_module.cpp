@@ -1,16 +1,18 @@
 // The extension module py_pb: start-up and the two module functions.
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "bridge/data_array_protobuf_bridge.h"
 #include "module/keyword_args.h"
-#include "to_array/converter_factory.h"
+#include "to_array/encoder.h"
 #include "to_python/create_py_object.h"
 #include "types/start_up.h"
 #include "util/py_object_guard.h"
 #include "util/python_api.h"
 #include "util/python_error.h"
+#include "zorvandata/exception.h"
 
 namespace PythonZorvanDataArray {
 namespace {
@@ -18,6 +20,7 @@ namespace {
 using PythonUtil::PyObjectWithGuard;
 using zds::client::zorvandata::protobuf::mdata2protobuf;
 using zds::client::zorvandata::protobuf::protobuf2mdata;
+using zds::client::zorvandata::protobuf::Result;
 
 PyObject* fail(PyObject* type, const char* message) {
   setPythonErrorStr(type, message);
@@ -41,63 +44,70 @@ PyObject* toSerialized(PyObject* module, const Arguments& args, PyObject* kwargs
   if (args.count != 1) {
     return fail(PyExc_TypeError, "py_to_serialized_str requires exactly one positional argument");
   }
-  const auto values = createZorvanDataArray(args.items[0]);
-  // A value that left an error pending has failed, whatever the converter returned.
-  if (!values || PyErr_Occurred()) return nullptr;
-  auto bytes = mdata2protobuf(*values, static_cast<long>(nargout));
-  return bytes ? bytes->release() : nullptr;
+  detail::Encoder encoder;
+  encoder.append(args.items[0]);
+  return mdata2protobuf(encoder.tape(), static_cast<long>(nargout)).release();
 }
 
-// The bytes of the only argument, held while this lives: a bytes object itself, or the contiguous
-// buffer of another object.
-class BytesArgument {
+// The bytes of the only argument, as they are for as long as anybody holds them: those of a bytes
+// object, or a copy of what another object exports.
+class BytesArgument final : public foundation::zorvandata::Lender {
  public:
   explicit BytesArgument(const Arguments& args) {
     if (args.count != 1) return;
     PyObject* obj = args.items[0];
     if (Py_TYPE(obj) == &PyBytes_Type) {
       object_ = obj;
-      isBytes_ = true;
       bytes_ = {PyBytes_AsString(obj), static_cast<size_t>(PyBytes_Size(obj))};
-    } else if (PyObject_GetBuffer(obj, &view_, PyBUF_SIMPLE) == 0) {
-      object_ = obj;
-      bytes_ = {static_cast<const char*>(view_.buf), static_cast<size_t>(view_.len)};
+      return;
     }
-  }
-  ~BytesArgument() {
-    if (object_ && !isBytes_) PyBuffer_Release(&view_);
+    Py_buffer view;
+    if (PyObject_GetBuffer(obj, &view, PyBUF_SIMPLE) != 0) return;
+    const ViewGuard guard(view);
+    copy_ = std::make_shared<const std::string>(static_cast<const char*>(view.buf),
+                                                static_cast<size_t>(view.len));
+    bytes_ = *copy_;
   }
   BytesArgument(const BytesArgument&) = delete;
   BytesArgument& operator=(const BytesArgument&) = delete;
 
-  explicit operator bool() const { return object_ != nullptr; }
+  explicit operator bool() const { return object_ || copy_; }
   std::string_view bytes() const { return bytes_; }
-
-  // Something that keeps the bytes as they are beyond the call, where there is enough of them to
-  // be worth it; NULL for memory that may change.
-  std::shared_ptr<const void> owner() const {
-    constexpr size_t kWorthKeeping = 4096;
-    if (!isBytes_ || bytes_.size() < kWorthKeeping) return nullptr;
+  std::shared_ptr<const void> hold() const override {
+    if (copy_) return copy_;
     return std::make_shared<const PyObjectWithGuard>(PyObjectWithGuard::newReference(object_));
   }
 
  private:
-  PyObject* object_ = nullptr;
-  bool isBytes_ = false;
-  Py_buffer view_ = {};
+  class ViewGuard {
+   public:
+    explicit ViewGuard(Py_buffer& view) : view_(view) {}
+    ~ViewGuard() { PyBuffer_Release(&view_); }
+    ViewGuard(const ViewGuard&) = delete;
+    ViewGuard& operator=(const ViewGuard&) = delete;
+
+   private:
+    Py_buffer& view_;
+  };
+
+  PyObject* object_ = nullptr;  // held by the caller
+  std::shared_ptr<const std::string> copy_;
   std::string_view bytes_;
 };
 
 PyObject* toPython(PyObject* module, const Arguments& args, PyObject* kwargs) {
   if (!module) return fail(PyExc_ValueError, "Module is null");
-  std::optional<foundation::zorvandata::Array> result;
-  {
-    const BytesArgument data(args);
-    if (!data) return fail(PyExc_ValueError, "args invalid");
-    if (kwargs && parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
-    result = protobuf2mdata(data.bytes(), data.owner());
+  const BytesArgument data(args);
+  if (!data) return fail(PyExc_ValueError, "args invalid");
+  if (kwargs && parseKeywordArgs(kwargs, KeywordMode::kToPython).failed) return nullptr;
+  Result result;
+  if (!protobuf2mdata(data.bytes(), data, result)) return nullptr;
+  try {
+    return createPyObject(result.arrays, result.error).release();
+  } catch (const foundation::zorvandata::InvalidTextException& error) {
+    zds::client::zorvandata::protobuf::reportBrokenResult(error.what());
+    return nullptr;
   }
-  return result ? createPyObject(*result) : nullptr;
 }
 
 // The keywords of a call, the values of which follow the positional arguments, as a dict; empty

@@ -5,8 +5,7 @@
 #include "to_array/numpy_info.h"
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
-#include "util/py_object_guard.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -26,8 +25,7 @@ bool checkNothingIsMasked(PyObject* obj) {
 
 }  // namespace
 
-std::optional<Array> convertBufferToZDA(PyObject* obj,
-                                        const std::optional<ConvertToZorvanDataArray::Options>&) {
+std::optional<Array> convertBufferToZDA(PyObject* obj) {
   if (!PythonNdPyArray::ndpyCapsule) {
     setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
     return std::nullopt;
@@ -36,28 +34,35 @@ std::optional<Array> convertBufferToZDA(PyObject* obj,
   return PythonNdPyArray::arrayFromBuffer(obj);
 }
 
-std::optional<Array> NumpyNDArrayObjectToBuffer::convert(PyObject* obj,
-                                                         const std::optional<Options>& options) {
-  if (!obj) return std::nullopt;
-  static PyNumpyDatetime64ArrayToDatetime datetime64Converter;
-  static PyNumpyTimedelta64ToDuration timedelta64Converter;
-  switch (numPyDtypeKindAsChar(obj)) {
-    case 0:
-      if (!PyErr_Occurred()) {
-        setPythonErrorStr(
-            PyExc_AttributeError,
-            formatMessage(AttributeNotRetrieved, "Unable to retrieve kind from string"));
-      }
-      return std::nullopt;
-    case 'M':
-      if (!checkNothingIsMasked(obj)) return std::nullopt;
-      return datetime64Converter.convert(obj, options);
-    case 'm':
-      if (!checkNothingIsMasked(obj)) return std::nullopt;
-      return timedelta64Converter.convert(obj, options);
-    default:
-      return convertBufferToZDA(obj, options);
-  }
+namespace {
+
+// Exporting a buffer runs Python code where the type is written in Python.
+void beforeExport(Encoder& to, PyObject* obj) {
+  if ((PyType_GetFlags(Py_TYPE(obj)) & Py_TPFLAGS_HEAPTYPE) != 0) to.beforeForeignCode();
+}
+
+void appendArray(Encoder& to, const std::optional<Array>& array) {
+  if (!array) throw PythonUtil::PythonErrorSet();
+  to.tape().array(*array);
+}
+
+}  // namespace
+
+void BufferProtocolObjectToBuffer::append(Encoder& to, PyObject* obj, const Options&) const {
+  beforeExport(to, obj);
+  appendArray(to, convertBufferToZDA(obj));
+}
+
+void NumpyNDArrayObjectToBuffer::append(Encoder& to, PyObject* obj, const Options& options) const {
+  static const PyNumpyDatetime64ArrayToDatetime datetime64Converter;
+  static const PyNumpyTimedelta64ToDuration timedelta64Converter;
+  beforeExport(to, obj);
+  const char kind = numPyDtypeKindAsChar(obj);
+  if (kind == 0) throw PythonUtil::PythonErrorSet();
+  if (kind != 'M' && kind != 'm') return appendArray(to, convertBufferToZDA(obj));
+  if (!checkNothingIsMasked(obj)) throw PythonUtil::PythonErrorSet();
+  if (kind == 'M') return datetime64Converter.append(to, obj, options);
+  timedelta64Converter.append(to, obj, options);
 }
 
 }  // namespace PythonZorvanDataArray::detail

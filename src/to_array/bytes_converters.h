@@ -7,14 +7,12 @@ namespace PythonZorvanDataArray::detail {
 
 class PyBytesToUint8 final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 class PyByteArrayToUint8 final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,5 +1,6 @@
 #include "to_array/column_arrow_texts.h"
 
+#include <algorithm>
 #include <boost/numeric/conversion/cast.hpp>
 #include <cstring>
 #include <stdexcept>
@@ -8,50 +9,56 @@
 
 #include "to_array/pandas_objects.h"
 #include "types/ndpy_array_bridge.h"
-#include "util/py_object_guard.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 #include "zorvandata/array_impl.h"
-#include "zorvandata/item_column.h"
 #include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
-using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Buffer;
-using foundation::zorvandata::ItemList;
-using foundation::zorvandata::makeColumn;
-using foundation::zorvandata::TextColumn;
-using foundation::zorvandata::TextColumnBuilder;
+using foundation::zorvandata::ByteStream;
+using foundation::zorvandata::kLongestVarint;
+using foundation::zorvandata::ShortByteStream;
+using foundation::zorvandata::Texts;
+using PythonUtil::checked;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
 
 namespace {
 
 // One of the buffers of an Arrow array; empty where it has none.
 class ArrowBuffer {
  public:
-  // False with a Python error set.
-  bool read(PyObject* buffer) {
-    if (buffer == Py_None) return true;
-    std::optional<Array> bytes = PythonNdPyArray::arrayFromBuffer(buffer);
-    if (!bytes) return false;
-    bytes_ = std::move(*bytes);
-    return true;
+  ArrowBuffer() = default;
+  explicit ArrowBuffer(PyObject* buffer) {
+    if (buffer == Py_None) return;
+    const std::optional<Array> bytes = PythonNdPyArray::arrayFromBuffer(buffer);
+    if (!bytes) throw PythonErrorSet();
+    buffer_ = bytes->impl().buffer();
   }
+  // NULL when it is empty.
   const char* data() const {
-    if (size() == 0) return nullptr;
-    return reinterpret_cast<const char*>(bytes_.impl().buffer().data());
+    return size() == 0 ? nullptr : reinterpret_cast<const char*>(buffer_.data());
   }
-  size_t size() const { return bytes_.getNumberOfElements(); }
+  size_t size() const { return buffer_.size(); }
   // The bytes from `offset` on, shared with Arrow.
   Buffer part(size_t offset, size_t size) const {
-    const auto storage = bytes_.impl().buffer().toStorage();
+    const auto storage = buffer_.toStorage();
     return Buffer::lent(storage, storage->data() + offset, size);
   }
 
  private:
-  Array bytes_;
+  Buffer buffer_;
 };
+
+// Below zero is beyond every text.
+template <class Offset>
+uint64_t readOffset(const char* at) {
+  Offset offset;
+  std::memcpy(&offset, at, sizeof(Offset));
+  return static_cast<uint64_t>(static_cast<int64_t>(offset));
+}
 
 // A piece of a column: `count` texts from position `start` of the buffers on.
 struct ArrowTexts {
@@ -61,10 +68,17 @@ struct ArrowTexts {
   size_t offsetWidth = 0;
   size_t start = 0;
   size_t count = 0;  // at least one
+  // Found with the codes.
+  size_t size = 0;          // of all texts
+  bool hidesTexts = false;  // where gaps are
 
-  bool isGap(size_t i) const {
+  bool isGap(const char* bits, size_t i) const {
     const size_t bit = start + i;
-    return validity.size() > 0 && ((validity.data()[bit / 8] >> (bit % 8)) & 1) == 0;
+    return bits && ((bits[bit / 8] >> (bit % 8)) & 1) == 0;
+  }
+  uint64_t offsetAt(size_t i) const {
+    const char* at = offsets.data() + (start + i) * offsetWidth;
+    return offsetWidth == sizeof(int32_t) ? readOffset<int32_t>(at) : readOffset<int64_t>(at);
   }
   // Whether there is all the memory that it takes.
   bool isWhole() const {
@@ -74,10 +88,6 @@ struct ArrowTexts {
   }
 };
 
-PyObjectWithGuard attribute(PyObject* obj, const char* name) {
-  return PyObjectWithGuard::owned(PyObject_GetAttrString(obj, name));
-}
-
 bool isText(const PyObjectWithGuard& obj, const char* text) {
   return obj && PyUnicode_Check(obj.get()) &&
          PyUnicode_CompareWithASCIIString(obj.get(), text) == 0;
@@ -85,147 +95,152 @@ bool isText(const PyObjectWithGuard& obj, const char* text) {
 
 // Whether the dtype says that Arrow keeps the texts. Sets no error.
 bool isKeptByArrow(PyObject* series) {
-  const PyObjectWithGuard dtype = attribute(series, "dtype");
-  const bool isArrows = dtype && attribute(dtype.get(), "pyarrow_dtype");
-  PyErr_Clear();
-  if (isArrows || !dtype) return isArrows;
-  const PyObjectWithGuard storage = attribute(dtype.get(), "storage");
-  PyErr_Clear();
+  const auto find = [](PyObject* obj, const char* name) {
+    auto found = PyObjectWithGuard::owned(PyObject_GetAttrString(obj, name));
+    PyErr_Clear();
+    return found;
+  };
+  const PyObjectWithGuard dtype = find(series, "dtype");
+  if (!dtype) return false;
+  if (find(dtype.get(), "pyarrow_dtype")) return true;
+  const PyObjectWithGuard storage = find(dtype.get(), "storage");
   return isText(storage, "pyarrow") || isText(storage, "pyarrow_numpy");
 }
 
-// The pieces of the column as a list; empty with a Python error set.
-PyObjectWithGuard piecesOf(PyObject* series) {
-  const PyObjectWithGuard arrow = arrowArrayOf(series);
-  const PyObjectWithGuard chunks = arrow ? attribute(arrow.get(), "chunks") : PyObjectWithGuard();
-  return PyObjectWithGuard::owned(chunks ? PySequence_List(chunks.get()) : nullptr);
-}
-
 // Width of the offsets of the piece's type, 0 for a type that is laid out in another way.
-size_t offsetWidth(PyObject* piece) {
-  const PyObjectWithGuard type = attribute(piece, "type");
+size_t offsetWidth(const PyObjectWithGuard& piece) {
+  const auto type = PyObjectWithGuard::owned(PyObject_GetAttrString(piece.get(), "type"));
   const auto name = PyObjectWithGuard::owned(type ? PyObject_Str(type.get()) : nullptr);
   PyErr_Clear();
   if (isText(name, "string")) return sizeof(int32_t);
   return isText(name, "large_string") ? sizeof(int64_t) : 0;
 }
 
-// Absent with a Python error set.
-std::optional<ArrowTexts> readPiece(PyObject* piece) {
-  const PyObjectWithGuard offset = attribute(piece, "offset");
-  if (!offset) return std::nullopt;
-  const Py_ssize_t start = PyLong_AsSsize_t(offset.get());
-  if (start == -1 && PyErr_Occurred()) return std::nullopt;
-  const Py_ssize_t count = PyObject_Size(piece);
-  if (count < 0) return std::nullopt;
-  const auto buffers = PyObjectWithGuard::owned(PyObject_CallMethod(piece, "buffers", nullptr));
-  PyObject* validity = nullptr;
-  PyObject* offsets = nullptr;
-  PyObject* texts = nullptr;
-  const auto tuple = PyObjectWithGuard::owned(buffers ? PySequence_Tuple(buffers.get()) : nullptr);
-  if (!tuple || !PyArg_ParseTuple(tuple.get(), "OOO", &validity, &offsets, &texts)) {
-    return std::nullopt;
-  }
-  ArrowTexts read;
-  read.start = boost::numeric_cast<size_t>(start);
-  read.count = boost::numeric_cast<size_t>(count);
-  if (!read.validity.read(validity) || !read.offsets.read(offsets) || !read.texts.read(texts)) {
-    return std::nullopt;
-  }
-  return read;
-}
-
 [[noreturn]] void throwBroken() {
   throw std::invalid_argument("the Arrow memory of a pandas.DataFrame column is broken");
 }
 
-// Appends the texts, gaps as empty ones. `Offset` is the type of the offsets.
+ArrowTexts readPiece(const PyObjectWithGuard& piece, size_t width) {
+  const Py_ssize_t start = PyLong_AsSsize_t(attributeOf(piece.get(), "offset").get());
+  if (start == -1 && PyErr_Occurred()) throw PythonErrorSet();
+  const Py_ssize_t count = PyObject_Size(piece.get());
+  if (count < 0) throw PythonErrorSet();
+  const auto buffers = checked(PySequence_Tuple(resultOf(piece.get(), "buffers").get()));
+  PyObject* validity = nullptr;
+  PyObject* offsets = nullptr;
+  PyObject* texts = nullptr;
+  if (!PyArg_ParseTuple(buffers.get(), "OOO", &validity, &offsets, &texts)) throw PythonErrorSet();
+  ArrowTexts read;
+  read.offsetWidth = width;
+  read.start = boost::numeric_cast<size_t>(start);
+  read.count = boost::numeric_cast<size_t>(count);
+  read.validity = ArrowBuffer(validity);
+  read.offsets = ArrowBuffer(offsets);
+  read.texts = ArrowBuffer(texts);
+  return read;
+}
+
+// The pieces that hold any texts, made sure of. Absent when Arrow keeps them in a form of its own.
+std::optional<std::vector<ArrowTexts>> readPieces(PyObject* series) {
+  const auto list =
+      checked(PySequence_List(attributeOf(arrowArrayOf(series).get(), "chunks").get()));
+  const Py_ssize_t rows = PyObject_Size(series);
+  if (rows < 0) throw PythonErrorSet();
+  std::vector<ArrowTexts> pieces;
+  size_t total = 0;
+  const auto count = static_cast<size_t>(PyList_Size(list.get()));
+  for (size_t i = 0; i < count; ++i) {
+    const PyObjectWithGuard piece = listItem(list, i);
+    const size_t width = offsetWidth(piece);
+    if (width == 0) return std::nullopt;
+    ArrowTexts texts = readPiece(piece, width);
+    if (texts.count == 0) continue;
+    if (!texts.isWhole()) throwBroken();
+    total += texts.count;
+    pieces.push_back(std::move(texts));
+  }
+  if (total != boost::numeric_cast<size_t>(rows)) throwBroken();
+  return pieces;
+}
+
+// Each offset is read once, as Arrow's memory may be written to. Gaps are empty texts.
 template <class Offset>
-void appendPiece(const ArrowTexts& piece, TextColumnBuilder& column) {
-  const auto offsetAt = [&piece](size_t i) {
-    Offset offset;
-    std::memcpy(&offset, piece.offsets.data() + (piece.start + i) * sizeof(Offset), sizeof(Offset));
-    return static_cast<size_t>(offset);
-  };
-  const std::string_view texts(piece.texts.data(), piece.texts.size());
-  const bool ascii = foundation::zorvandata::isAscii(texts);
-  size_t from = offsetAt(0);
-  for (size_t i = 0; i < piece.count; ++i) {
-    const size_t to = offsetAt(i + 1);
-    if (to < from || to > texts.size() || to - from > UINT32_MAX) throwBroken();
-    const std::string_view text = piece.isGap(i) ? "" : texts.substr(from, to - from);
-    if (!ascii) foundation::zorvandata::checkUtf8(text);
-    column.append(text);
-    from = to;
+void appendCodes(ArrowTexts& piece, ByteStream& codes) {
+  constexpr size_t kMost = 1024;
+  const char* validity = piece.validity.data();
+  const char* offset = piece.offsets.data() + piece.start * sizeof(Offset);
+  uint64_t from = readOffset<Offset>(offset);
+  uint64_t lengths = from;  // of all, or'ed: those of offsets that do not ascend are huge
+  uint64_t size = 0;
+  uint64_t hidden = 0;
+  for (size_t i = 0; i < piece.count;) {
+    const size_t end = std::min(piece.count, i + kMost);
+    uint8_t* out = codes.room(kMost * kLongestVarint);
+    for (; i < end; ++i) {
+      offset += sizeof(Offset);
+      const uint64_t to = readOffset<Offset>(offset);
+      uint64_t length = to - from;
+      from = to;
+      lengths |= length;
+      if (piece.isGap(validity, i)) hidden += std::exchange(length, 0);
+      size += length;
+      out = foundation::zorvandata::writeVarint(2 * (length + 1), out);
+    }
+    codes.moveEnd(out);
   }
+  if (lengths > INT64_MAX || from > piece.texts.size()) throwBroken();
+  piece.size = size;
+  piece.hidesTexts = hidden > 0;
 }
 
-// Whether a piece's texts can be shared as they are: nothing stands where there is a gap.
-bool canBeShared(const ArrowTexts& piece, const int64_t* offsets) {
-  if (piece.validity.size() == 0) return true;
-  for (size_t i = 0; i < piece.count; ++i) {
-    if (piece.isGap(i) && offsets[i + 1] != offsets[i]) return false;
-  }
-  return true;
-}
-
-// The texts in Arrow's own memory; absent when they cannot be shared. The offsets are copied:
-// Python code that comes later may still write to Arrow's.
-std::optional<TextColumn> sharedTexts(const ArrowTexts& piece) {
-  Buffer offsets = Buffer::copyOf(piece.offsets.data() + piece.start * sizeof(int64_t),
-                                  (piece.count + 1) * sizeof(int64_t));
-  if (!canBeShared(piece, reinterpret_cast<const int64_t*>(offsets.data()))) return std::nullopt;
-  return TextColumn::checkedOffsets(ArrayType::ZORVAN_STRING, std::move(offsets),
-                                    piece.texts.part(0, piece.texts.size()));
-}
-
-TextColumn joinedTexts(const std::vector<ArrowTexts>& pieces, size_t count) {
-  TextColumnBuilder column(ArrayType::ZORVAN_STRING, count);
+// The bytes of the texts end to end.
+Buffer joinedTexts(const std::vector<ArrowTexts>& pieces) {
+  size_t size = 0;
+  for (const ArrowTexts& piece : pieces) size += piece.size;
+  Buffer buffer = Buffer::uninitialized(size);
+  std::byte* out = buffer.mutableData();
   for (const ArrowTexts& piece : pieces) {
-    if (piece.offsetWidth == sizeof(int32_t)) {
-      appendPiece<int32_t>(piece, column);
-    } else {
-      appendPiece<int64_t>(piece, column);
+    const auto append = [&](uint64_t from, uint64_t to) {
+      if (to == from) return;
+      std::memcpy(out, piece.texts.data() + from, to - from);
+      out += to - from;
+    };
+    if (!piece.hidesTexts) {
+      append(piece.offsetAt(0), piece.offsetAt(piece.count));
+      continue;
+    }
+    for (size_t i = 0; i < piece.count; ++i) {
+      if (!piece.isGap(piece.validity.data(), i)) append(piece.offsetAt(i), piece.offsetAt(i + 1));
     }
   }
-  return column.finish();
-}
-
-// The pieces that hold any texts, made sure of. Absent when Arrow keeps them in a form of its own,
-// or with a Python error set.
-std::optional<std::vector<ArrowTexts>> readPieces(const PyObjectWithGuard& list) {
-  std::vector<ArrowTexts> pieces;
-  const Py_ssize_t count = PyList_Size(list.get());
-  for (Py_ssize_t i = 0; i < count; ++i) {
-    const auto piece = PyObjectWithGuard::newReference(PyList_GetItem(list.get(), i));
-    const size_t width = piece ? offsetWidth(piece.get()) : 0;
-    if (width == 0) return std::nullopt;
-    std::optional<ArrowTexts> texts = readPiece(piece.get());
-    if (!texts) return std::nullopt;
-    if (texts->count == 0) continue;
-    texts->offsetWidth = width;
-    if (!texts->isWhole()) throwBroken();
-    pieces.push_back(std::move(*texts));
-  }
-  return pieces;
+  return buffer;
 }
 
 }  // namespace
 
-std::optional<ItemList> readArrowTexts(PyObject* series) {
+std::optional<Texts> readArrowTexts(PyObject* series) {
   if (!isKeptByArrow(series)) return std::nullopt;
-  const PyObjectWithGuard list = piecesOf(series);
-  const Py_ssize_t rows = list ? PyObject_Size(series) : -1;
-  if (rows < 0) return std::nullopt;
-  const std::optional<std::vector<ArrowTexts>> pieces = readPieces(list);
+  std::optional<std::vector<ArrowTexts>> pieces = readPieces(series);
   if (!pieces) return std::nullopt;
+  ShortByteStream<64> codes;
   size_t count = 0;
-  for (const ArrowTexts& piece : *pieces) count += piece.count;
-  if (count != boost::numeric_cast<size_t>(rows)) throwBroken();
-  if (pieces->size() == 1 && pieces->front().offsetWidth == sizeof(int64_t)) {
-    if (auto shared = sharedTexts(pieces->front())) return makeColumn(std::move(*shared));
+  for (ArrowTexts& piece : *pieces) {
+    piece.offsetWidth == sizeof(int32_t) ? appendCodes<int32_t>(piece, codes)
+                                         : appendCodes<int64_t>(piece, codes);
+    count += piece.count;
   }
-  return makeColumn(joinedTexts(*pieces, count));
+  Buffer copied = Buffer::copyOf(codes.data(), codes.size());
+  if (pieces->size() == 1 && !pieces->front().hidesTexts) {
+    const ArrowTexts& piece = pieces->front();
+    return Texts(count, std::move(copied), piece.texts.part(piece.offsetAt(0), piece.size), false);
+  }
+  Texts texts(count, std::move(copied), joinedTexts(*pieces), false);
+  const Buffer& bytes = texts.bytes();
+  if (!foundation::zorvandata::isAscii(
+          {reinterpret_cast<const char*>(bytes.data()), bytes.size()})) {
+    texts.forEach([](const auto& text) { foundation::zorvandata::checkUtf8(*text); });
+  }
+  return texts;
 }
 
 }  // namespace PythonZorvanDataArray::detail

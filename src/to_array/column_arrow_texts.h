@@ -4,13 +4,13 @@
 #include <optional>
 
 #include "util/python_api.h"
-#include "zorvandata/item_list.h"
+#include "zorvandata/texts.h"
 
 namespace PythonZorvanDataArray::detail {
 
-// The texts of a series as strings, gaps as empty ones. Absent without an error when Arrow does not
-// keep them, or in a form of its own; absent with a Python error set when asking fails. Throws like
-// foundation::zorvandata::toUtf16 where the memory holds no texts.
-std::optional<foundation::zorvandata::ItemList> readArrowTexts(PyObject* series);
+// The texts of a series, gaps as empty ones; they may share Arrow's memory, which is trusted to
+// hold texts. Absent when Arrow does not keep them, or in a form of its own. Throws PythonErrorSet,
+// and exceptions of the library where the memory is no such thing.
+std::optional<foundation::zorvandata::Texts> readArrowTexts(PyObject* series);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -5,14 +5,11 @@
 // Categories go by `str`. A gap has the empty text, which is then a category as any other.
 #pragma once
 
-#include <optional>
-
-#include "util/python_api.h"
-#include "zorvandata/array.h"
+#include "to_array/frame_columns.h"
 
 namespace PythonZorvanDataArray::detail {
 
-// Absent with a Python error set; what `str` of a category raises passes through.
-std::optional<foundation::zorvandata::Array> handleCategoricalColumn(PyObject* series);
+// Throws PythonErrorSet; what `str` of a category raises passes through.
+foundation::zorvandata::Array handleCategoricalColumn(FrameColumns& columns, PyObject* series);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -7,22 +7,20 @@
 //   anything else        by the items (column_objects.h)
 #pragma once
 
-#include <optional>
-
-#include "to_array/convert_to_zorvan_data_array.h"
+#include "to_array/frame_columns.h"
 #include "to_array/pandas_objects.h"
 
 namespace PythonZorvanDataArray::detail {
 
 // How items of columns are converted: texts as strings.
-const ConvertToZorvanDataArray::Options& getOptionsWithinTable();
+ConversionOptions getOptionsWithinTable();
 
-// Absent with a Python error set: TypeError with the item's type for a gap that has no way over,
-// which is one among dates or bools; what pandas or numpy raise passes through.
-std::optional<foundation::zorvandata::Array> processColumnData(PyObject* series,
-                                                               const ColumnType& type);
+// Throws PythonErrorSet: TypeError with the item's type for a gap that has no way over, which is
+// one among dates or bools; what pandas or numpy raise passes through. `columns` are those before.
+foundation::zorvandata::Array processColumnData(FrameColumns& columns, PyObject* series,
+                                                const ColumnType& type);
 
-// A series of a numpy dtype of numbers or bools, sharing its memory for the length of the call.
-std::optional<foundation::zorvandata::Array> convertNumpyNumbers(PyObject* series);
+// A series of a numpy dtype of numbers or bools, sharing its memory.
+foundation::zorvandata::Array convertNumpyNumbers(PyObject* series);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -9,19 +9,17 @@
 //   anything else               a cell each
 #pragma once
 
-#include <optional>
-
+#include "to_array/frame_columns.h"
 #include "util/py_object_guard.h"
-#include "zorvandata/array.h"
 
 namespace PythonZorvanDataArray::detail {
 
-// The items of a series as a list that nobody else has; empty with a Python error set.
+// The items of a series as a list that nobody else has; throws PythonErrorSet.
 PythonUtil::PyObjectWithGuard listOfItems(PyObject* series);
 
-// Absent with a Python error set: of the first item its converter's own, of a later one that cannot
-// be converted, and of gaps elsewhere, TypeError with the item's type. Integers beyond 64 bits are
-// an OverflowError anywhere.
-std::optional<foundation::zorvandata::Array> convertObjectColumn(PyObject* series);
+// Throws PythonErrorSet: of the first item its converter's own error, of a later one that cannot be
+// converted, and of gaps elsewhere, TypeError with the item's type. Integers beyond 64 bits are an
+// OverflowError anywhere.
+foundation::zorvandata::Array convertObjectColumn(FrameColumns& columns, PyObject* series);
 
 }  // namespace PythonZorvanDataArray::detail

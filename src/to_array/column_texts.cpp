@@ -1,56 +1,64 @@
 #include "to_array/column_texts.h"
 
 #include "to_array/column_arrow_texts.h"
-#include "to_array/column_converter.h"
 #include "to_array/column_objects.h"
-#include "to_array/plain_columns.h"
-#include "to_array/text_converters.h"
-#include "util/py_object_guard.h"
+#include "to_array/encoder.h"
+#include "util/reference.h"
 #include "zorvandata/array_impl.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
+using foundation::zorvandata::Buffer;
 using foundation::zorvandata::Dimensions;
-using foundation::zorvandata::ItemList;
+using foundation::zorvandata::TapeBuilder;
+using foundation::zorvandata::Texts;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
 
-// The texts of a column, gaps as empty ones; absent with a Python error set.
-std::optional<ItemList> readTexts(PyObject* series) {
-  const PyObjectWithGuard list = listOfItems(series);
-  if (!list) return std::nullopt;
-  std::optional<ItemList> texts = textColumn(list.get(), ArrayType::ZORVAN_STRING);
-  if (texts || PyErr_Occurred()) return texts;
-  PyStrToCharOrString converter;
-  const std::optional<ConvertToZorvanDataArray::Options> options = getOptionsWithinTable();
-  const Py_ssize_t count = PyList_Size(list.get());
-  ItemList items;
-  items.reserve(static_cast<size_t>(count));
-  for (Py_ssize_t i = 0; i < count; ++i) {
-    // Borrowed from a list that nobody else has.
-    PyObject* item = PyList_GetItem(list.get(), i);
-    if (!item) return std::nullopt;
-    // What is no text in such a column is a gap.
-    if (!PyUnicode_Check(item)) {
-      items.appendString("");
-    } else if (!converter.appendTo(items, item, options)) {
-      return std::nullopt;
-    }
-  }
-  return items;
+// The texts that are all there is on a tape, which tells them as string arrays do.
+Array takeTexts(const TapeBuilder& tape, size_t count, bool areRepeated) {
+  Buffer bytes = Buffer::uninitialized(tape.textSize());
+  tape.copyText(reinterpret_cast<uint8_t*>(bytes.mutableData()));
+  Texts texts(count, Buffer::copyOf(tape.textLengths().data(), tape.textLengths().size()),
+              std::move(bytes), areRepeated);
+  return makeArray(ArrayType::ZORVAN_STRING, Dimensions(count, 1), std::move(texts));
 }
 
 }  // namespace
 
-std::optional<Array> convertTextColumn(PyObject* series) {
-  std::optional<ItemList> texts = readArrowTexts(series);
-  if (!texts && !PyErr_Occurred()) texts = readTexts(series);
-  if (!texts) return std::nullopt;
-  const Dimensions dims(texts->size(), 1);
-  return makeArray(ArrayType::ZORVAN_STRING, dims, std::move(*texts));
+std::optional<Array> textsOfList(const PyObjectWithGuard& list, AmongTexts (*isWhat)(PyObject*)) {
+  // How far ahead objects are fetched into the cache, in which long lists of them are not.
+  constexpr size_t kAhead = 8;
+  const auto count = static_cast<size_t>(PyList_Size(list.get()));
+  // Borrowed: no Python code runs before a text fails.
+  const auto itemAt = [&list](size_t i) {
+    return PyList_GetItem(list.get(), static_cast<Py_ssize_t>(i));
+  };
+  Encoder encoder;
+  TapeBuilder& tape = encoder.tape();
+  tape.openStrings(Dimensions(count, 1));
+  for (size_t i = 0; i < count; ++i) {
+    if (i + kAhead < count) __builtin_prefetch(itemAt(i + kAhead));
+    PyObject* item = itemAt(i);
+    const auto what = Py_TYPE(item) == &PyUnicode_Type ? AmongTexts::kText : isWhat(item);
+    if (what == AmongTexts::kNeither) return std::nullopt;
+    what == AmongTexts::kText ? encoder.appendStringElement(item) : tape.stringElement("");
+  }
+  return takeTexts(tape, count, tape.texts().hasRepeated());
+}
+
+Array convertTextColumn(PyObject* series) {
+  if (std::optional<Texts> texts = readArrowTexts(series)) {
+    const Dimensions dims(texts->size(), 1);
+    return makeArray(ArrayType::ZORVAN_STRING, dims, std::move(*texts));
+  }
+  const auto isWhat = [](PyObject* item) {
+    return PyUnicode_Check(item) ? AmongTexts::kText : AmongTexts::kGap;
+  };
+  return *textsOfList(listOfItems(series), isWhat);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,55 +1,30 @@
-// The interface of every converter from a Python object to a data array.
+// The interface of every converter from a Python object to the engine's values.
 //
-// Converters are stateless, shared, and called with the interpreter lock held. On success no
-// Python error is pending (the one exception is stated where it is made); on failure the result is
-// empty and a Python error is set. They may throw exceptions of the data-array library and
-// std::bad_alloc, which whoever the interpreter called turns into Python errors.
+// Converters are stateless, shared, and called with the interpreter lock held; what belongs to one
+// conversion is in the encoder that is passed along. They throw: PythonErrorSet with a Python error
+// pending, exceptions of the data-array library or std::bad_alloc, all of which whoever the
+// interpreter called turns into Python errors. An encoder is good for nothing after that.
 #pragma once
 
 #include <optional>
 
+#include "to_array/encoder.h"
 #include "util/python_api.h"
-#include "zorvandata/array_factory.h"
-#include "zorvandata/item_list.h"
+#include "zorvandata/array.h"
 
 namespace PythonZorvanDataArray::detail {
 
 class ConvertToZorvanDataArray {
  public:
-  // How the caller wants values converted; absent options mean both flags false.
-  class Options {
-   public:
-    // A str becomes a string array instead of a char row.
-    bool getConvertPyStrToString() const { return convertPyStrToString_; }
-    void setConvertPyStrToString(bool on) { convertPyStrToString_ = on; }
-    // The value is a column or cell of a table.
-    bool getIfOriginatedFromTable() const { return originatedFromTable_; }
-    void setOriginatedFromTable() { originatedFromTable_ = true; }
-
-   private:
-    bool convertPyStrToString_ = false;
-    bool originatedFromTable_ = false;
-  };
+  using Options = ConversionOptions;
 
   ConvertToZorvanDataArray() = default;
   ConvertToZorvanDataArray(const ConvertToZorvanDataArray&) = delete;
   ConvertToZorvanDataArray& operator=(const ConvertToZorvanDataArray&) = delete;
   virtual ~ConvertToZorvanDataArray() = default;
 
-  // A NULL object gives an empty result and sets no error. This implementation always does.
-  virtual std::optional<foundation::zorvandata::Array> convert(
-      PyObject* obj, const std::optional<Options>& options);
-
-  // Converts an object straight into the next element of a container; false on failure. Converters
-  // of values that containers hold inline override it, so that no array is made for each element.
-  virtual bool appendTo(foundation::zorvandata::ItemList& items, PyObject* obj,
-                        const std::optional<Options>& options);
-
- protected:
-  foundation::zorvandata::standalone::ArrayFactory& getFactory() { return factory_; }
-
- private:
-  foundation::zorvandata::standalone::ArrayFactory factory_;
+  // Appends the object as the next value.
+  virtual void append(Encoder& to, PyObject* obj, const Options& options) const = 0;
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,6 +2,7 @@
 
 #include "to_array/date_time_objects.h"
 #include "to_array/time_zone_name.h"
+#include "util/reference.h"
 #include "zorvandata/array_impl.h"
 
 namespace PythonZorvanDataArray::detail {
@@ -9,78 +10,90 @@ namespace PythonZorvanDataArray::detail {
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Dimensions;
-using foundation::zorvandata::ItemList;
+using foundation::zorvandata::Items;
+using PythonUtil::checked;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
 
 namespace {
 
-// `items` holds the data.
-Array makeDatetime(ItemList items, std::string_view zone) {
-  static const auto layout = foundation::zorvandata::makeLayout("datetime", {"data", "fmt", "tz"});
-  items.appendText("");
-  items.appendText(zone);
-  return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), std::move(items), layout);
+const DateTimeObjects& objectsOrThrow() {
+  const DateTimeObjects* objects = dateTimeObjects();
+  if (!objects) throw PythonErrorSet();
+  return *objects;
 }
 
-std::optional<ItemList> itemsOfTicks(const std::optional<NumpyTicks>& ticks) {
+// An object of class datetime, of which `appendData` puts the data.
+template <class AppendData>
+void appendDatetime(Encoder& to, std::string_view zone, const AppendData& appendData) {
+  const Level level(to);
+  to.tape().openRecord(ArrayType::VALUE_OBJECT, to.shape(Encoder::kDatetime));
+  appendData();
+  to.tape().text("");
+  to.tape().text(zone);
+  to.tape().closeRecord();
+}
+
+void appendTicks(Encoder& to, std::string_view zone, const std::optional<NumpyTicks>& ticks) {
   const std::optional<Array> times = ticks ? ticks->toTimes() : std::nullopt;
-  if (!times) return std::nullopt;
-  ItemList items;
-  items.append(*times);
-  return items;
+  if (!times) throw PythonErrorSet();
+  appendDatetime(to, zone, [&] { to.tape().array(*times); });
 }
 
 // The difference to the epoch is exact, and has utcoffset() taken off when there is a zone.
-std::optional<ItemList> itemsOfDatetime(const DateTimeObjects& objects, PyObject* datetime,
-                                        bool isAware) {
+TimePair timeOf(const DateTimeObjects& objects, PyObject* datetime, bool isAware) {
   constexpr int64_t kSecondsPerDay = 86'400;
   constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
   const PyObjectWithGuard& epoch = isAware ? objects.utcEpoch : objects.naiveEpoch;
-  const auto sinceEpoch = PyObjectWithGuard::owned(PyNumber_Subtract(datetime, epoch.get()));
-  const auto parts = sinceEpoch ? readTimedelta(sinceEpoch.get()) : std::nullopt;
-  if (!parts) return std::nullopt;
+  const auto sinceEpoch = checked(PyNumber_Subtract(datetime, epoch.get()));
+  const auto parts = readTimedelta(sinceEpoch.get());
+  if (!parts) throw PythonErrorSet();
   const int64_t seconds = parts->days * kSecondsPerDay + parts->seconds;
-  ItemList items;
-  items.appendScalar(pairFromMicroseconds(seconds * kMicrosecondsPerSecond + parts->microseconds));
-  return items;
+  return pairFromMicroseconds(seconds * kMicrosecondsPerSecond + parts->microseconds);
 }
 
-// A pandas.Timestamp gives all it holds as a datetime64, of the UTC instant when there is a zone.
-std::optional<ItemList> itemsOfTimestamp(PyObject* timestamp) {
-  const auto datetime64 =
-      PyObjectWithGuard::owned(PyObject_CallMethod(timestamp, "to_datetime64", nullptr));
-  if (!datetime64) return std::nullopt;
-  return itemsOfTicks(NumpyTicks::read(datetime64.get()));
+// The text of the zone; the interpreter's own zones say the same for every date if it is a name.
+std::string zoneText(Encoder& to, const DateTimeObjects& objects, PyObject* aware,
+                     PyObject* tzinfo) {
+  if (const std::string* known = to.knownZone(tzinfo)) return *known;
+  const bool isOwn = DateTimeObjects::is(tzinfo, objects.timezone) ||
+                     DateTimeObjects::is(tzinfo, objects.zoneInfo);
+  if (!isOwn) to.beforeForeignCode();
+  const auto text = timeZoneText(aware, tzinfo);
+  if (!text) throw PythonErrorSet();
+  const bool isName = !text->empty() && text->front() != '+' && text->front() != '-';
+  if (isOwn && (isName || DateTimeObjects::is(tzinfo, objects.timezone))) {
+    to.rememberZone(tzinfo, *text);
+  }
+  return *text;
 }
 
 }  // namespace
 
-std::optional<Array> PyDatetimeToDatetime::convert(PyObject* obj, const std::optional<Options>&) {
-  if (!obj) return std::nullopt;
-  const DateTimeObjects* objects = dateTimeObjects();
-  if (!objects) return std::nullopt;
-  const auto tzinfo = PyObjectWithGuard::owned(PyObject_GetAttr(obj, objects->tzinfo.get()));
-  if (!tzinfo) return std::nullopt;
+void PyDatetimeToDatetime::append(Encoder& to, PyObject* obj, const Options&) const {
+  const DateTimeObjects& objects = objectsOrThrow();
+  const auto tzinfo = checked(PyObject_GetAttr(obj, objects.tzinfo.get()));
   const bool isAware = tzinfo.get() != Py_None;
-  const auto zone = isAware ? timeZoneText(obj, tzinfo.get()) : std::string();
-  if (!zone) return std::nullopt;
-  std::optional<ItemList> items = DateTimeObjects::is(obj, objects->datetime)
-                                      ? itemsOfDatetime(*objects, obj, isAware)
-                                      : itemsOfTimestamp(obj);
-  if (!items) return std::nullopt;
-  return makeDatetime(std::move(*items), *zone);
+  const std::string zone = isAware ? zoneText(to, objects, obj, tzinfo.get()) : std::string();
+  if (DateTimeObjects::is(obj, objects.datetime)) {
+    const TimePair time = timeOf(objects, obj, isAware);
+    return appendDatetime(to, zone, [&] { to.tape().complexReal(time.real(), time.imag()); });
+  }
+  // A pandas.Timestamp gives all it holds as a datetime64, of the UTC instant when there is a zone.
+  const auto datetime64 = checked(PyObject_CallMethod(obj, "to_datetime64", nullptr));
+  appendTicks(to, zone, NumpyTicks::read(datetime64.get()));
 }
 
-std::optional<Array> PyNumpyDatetime64ArrayToDatetime::convert(PyObject* obj,
-                                                               const std::optional<Options>&) {
-  if (!obj) return std::nullopt;
-  return datetimeOfTicks(NumpyTicks::read(obj));
+void PyNumpyDatetime64ArrayToDatetime::append(Encoder& to, PyObject* obj, const Options&) const {
+  appendTicks(to, "", NumpyTicks::read(obj));
 }
 
 std::optional<Array> datetimeOfTicks(const std::optional<NumpyTicks>& ticks) {
-  std::optional<ItemList> items = itemsOfTicks(ticks);
-  if (!items) return std::nullopt;
-  return makeDatetime(std::move(*items), "");
+  const std::optional<Array> times = ticks ? ticks->toTimes() : std::nullopt;
+  if (!times) return std::nullopt;
+  const Array none = foundation::zorvandata::makeCharRow(u"");
+  return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(), Items({*times, none, none}),
+                   foundation::zorvandata::makeLayout("datetime", {"data", "fmt", "tz"}));
 }
 
 }  // namespace PythonZorvanDataArray::detail

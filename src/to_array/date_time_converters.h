@@ -17,15 +17,13 @@ namespace PythonZorvanDataArray::detail {
 // through.
 class PyDatetimeToDatetime final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 // numpy.datetime64 of every unit. OverflowError beyond 292,277 years before and after 1970.
 class PyNumpyDatetime64ArrayToDatetime : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 // The same of ticks that were read before; absent ones give nothing and set no error.

@@ -68,6 +68,7 @@ class TickStorage final : public Storage {
     (unit_.*conversion_)(dataOf(counts_), counts_.getNumberOfElements(), out);
   }
   bool writable() const override { return false; }
+  bool isSettled() const override { return false; }
 
  private:
   Array counts_;

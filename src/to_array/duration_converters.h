@@ -14,16 +14,14 @@ namespace PythonZorvanDataArray::detail {
 // datetime.timedelta, and pandas.Timedelta with its nanoseconds.
 class PyTimedeltaToDuration final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 // numpy.timedelta64, arrays and scalars. TypeError for units that are no length of time: years,
 // months, the generic one. OverflowError beyond 292,277 years.
 class PyNumpyTimedelta64ToDuration final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 // The same of ticks that were read before; absent ones give nothing and set no error.

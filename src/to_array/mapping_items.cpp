@@ -5,46 +5,43 @@
 #include "types/zorvan_dictionary_type.h"
 #include "util/message_catalogue.h"
 #include "util/py_object_guard_getter.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 #include "util/type_names.h"
 
 namespace PythonZorvanDataArray::detail {
 
+using PythonUtil::checked;
 using PythonUtil::PyObjectGuardGetter;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
+using PythonUtil::raise;
 
 namespace {
-
-PyObjectWithGuard failWith(PyObject* type, const std::string& text) {
-  setPythonErrorStr(type, text);
-  return {};
-}
 
 // The maps merged into a new dict.
 PyObjectWithGuard mergeChainMap(PyObject* chain) {
   const auto maps = PyObjectGuardGetter::getAttrString(chain, "maps", false);
-  if (!maps) return failWith(PyExc_IndexError, formatMessage(AttributeNotRetrieved, "maps"));
+  if (!maps) raise(PyExc_IndexError, formatMessage(AttributeNotRetrieved, "maps"));
   const auto unreadable = [] {
-    return failWith(PyExc_IndexError, formatMessage(ChainMapContentsNotRetrieved));
+    raise(PyExc_IndexError, formatMessage(ChainMapContentsNotRetrieved));
   };
   const Py_ssize_t count = PySequence_Size(maps.get());
-  if (count < 0) return unreadable();
-  if (count == 0) {
-    return failWith(PyExc_IndexError, formatMessage(ChainMapLengthUnexpected, count));
-  }
-  auto merged = PyObjectWithGuard::owned(PyDict_New());
-  for (Py_ssize_t i = 0; merged && i < count; ++i) {
+  if (count < 0) unreadable();
+  if (count == 0) raise(PyExc_IndexError, formatMessage(ChainMapLengthUnexpected, count));
+  auto merged = checked(PyDict_New());
+  for (Py_ssize_t i = 0; i < count; ++i) {
     const auto map = PyObjectWithGuard::owned(PySequence_GetItem(maps.get(), i));
-    if (!map || PyDict_Merge(merged.get(), map.get(), 0) != 0) return unreadable();
+    if (!map || PyDict_Merge(merged.get(), map.get(), 0) != 0) unreadable();
   }
   return merged;
 }
 
-// False without a Python error when the object is no mapping, with one when it raised.
+// Throws when the object raised.
 bool isMapping(PyObject* obj) {
   if (PyList_Check(obj) || PyTuple_Check(obj) || !PyMapping_Check(obj)) return false;
   if (PyObjectWithGuard::owned(PyObject_GetAttrString(obj, "keys"))) return true;
-  if (PyErr_ExceptionMatches(PyExc_AttributeError)) PyErr_Clear();
+  if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw PythonErrorSet();
+  PyErr_Clear();
   return false;
 }
 
@@ -53,21 +50,18 @@ PyObjectWithGuard getDictPtr(PyObject* obj) {
   if (isZorvanDictionary(obj)) {
     auto contents = PyObjectWithGuard::newReference(zorvanDictionary_contents(obj));
     if (contents) return contents;
-    return failWith(PyExc_IndexError, formatMessage(UninitializedDictionary));
+    raise(PyExc_IndexError, formatMessage(UninitializedDictionary));
   }
   const std::string typeName = getUnqualifiedName(obj);
   if (typeName == "ChainMap") return mergeChainMap(obj);
+  auto mapping = PyObjectWithGuard::newReference(obj);
   if (typeName == "UserDict") {
-    auto data = PyObjectGuardGetter::getAttrString(obj, "data", false);
-    if (!data) return failWith(PyExc_TypeError, formatMessage(NoDataAttributeInUserDict));
-    obj = data.get();
-    if (isMapping(obj)) return data;
-  } else if (isMapping(obj)) {
-    return PyObjectWithGuard::newReference(obj);
+    mapping = PyObjectGuardGetter::getAttrString(obj, "data", false);
+    if (!mapping) raise(PyExc_TypeError, formatMessage(NoDataAttributeInUserDict));
   }
-  if (PyErr_Occurred()) return {};
-  return failWith(PyExc_IndexError,
-                  formatMessage(TypeNotConvertibleToZORVANDictionary, getUnqualifiedName(obj)));
+  if (isMapping(mapping.get())) return mapping;
+  raise(PyExc_IndexError,
+        formatMessage(TypeNotConvertibleToZORVANDictionary, getUnqualifiedName(mapping.get())));
 }
 
 MappingItems readDict(PyObject* dict) {
@@ -99,50 +93,75 @@ void reportNegativeLength(PyObject* mapping) {
   setPythonErrorStr(PyExc_IndexError, formatMessage(InvalidNumberOfElements, count));
 }
 
-// How many items the mapping says it has; absent with a Python error set.
-std::optional<size_t> itemCount(PyObject* mapping) {
+// How many items the mapping says it has.
+size_t itemCount(PyObject* mapping) {
   const Py_ssize_t count = PyDict_Check(mapping)       ? PyDict_Size(mapping)
                            : PySequence_Check(mapping) ? PySequence_Size(mapping)
                                                        : PyMapping_Size(mapping);
   if (count >= 0) return boost::numeric_cast<size_t>(count);
   if (PyErr_ExceptionMatches(PyExc_ValueError)) reportNegativeLength(mapping);
-  return std::nullopt;
+  throw PythonErrorSet();
 }
 
-std::optional<MappingItems> readByProtocol(PyObject* mapping) {
-  const std::optional<size_t> count = itemCount(mapping);
-  if (!count) return std::nullopt;
-  const auto keys = PyObjectWithGuard::owned(PyMapping_Keys(mapping));
-  if (!keys) return std::nullopt;
+MappingItems readByProtocol(PyObject* mapping) {
+  const size_t count = itemCount(mapping);
+  const auto keys = checked(PyMapping_Keys(mapping));
   const Py_ssize_t found = PyList_Size(keys.get());
   MappingItems items;
+  items.keys.reserve(boost::numeric_cast<size_t>(found));
+  items.values.reserve(boost::numeric_cast<size_t>(found));
   for (Py_ssize_t i = 0; i < found; ++i) {
     auto key = PyObjectWithGuard::newReference(PyList_GetItem(keys.get(), i));
-    auto value = PyObjectWithGuard::owned(PyObject_GetItem(mapping, key.get()));
-    if (!value) return std::nullopt;
+    auto value = checked(PyObject_GetItem(mapping, key.get()));
     items.keys.push_back(std::move(key));
     items.values.push_back(std::move(value));
   }
-  const std::optional<size_t> after = itemCount(mapping);
-  if (!after) return std::nullopt;
-  if (items.size() == *count && *after == *count) return items;
-  setPythonErrorStr(PyExc_RuntimeError,
-                    "mapping of type '" + getUnqualifiedName(mapping) +
-                        "' changed while it was read or misstates its length: " +
-                        std::to_string(items.size()) + " keys, length " + std::to_string(*after));
-  return std::nullopt;
+  const size_t after = itemCount(mapping);
+  if (items.size() == count && after == count) return items;
+  raise(PyExc_RuntimeError,
+        "mapping of type '" + getUnqualifiedName(mapping) +
+            "' changed while it was read or misstates its length: " + std::to_string(items.size()) +
+            " keys, length " + std::to_string(after));
+}
+
+// Whether a dict of this type keeps its own order and has no methods written in Python: what its
+// items are then needs no code of anybody else's.
+bool isOrderedDict(PyObject* mapping) {
+  if (!PyDict_Check(mapping) || (PyType_GetFlags(Py_TYPE(mapping)) & Py_TPFLAGS_HEAPTYPE) != 0) {
+    return false;
+  }
+  return typeNameOf(Py_TYPE(mapping)) == "collections.OrderedDict";
+}
+
+// The keys in the mapping's order; the values looked up without its methods.
+MappingItems readOrderedDict(PyObject* mapping) {
+  const auto keys = checked(PySequence_List(mapping));
+  const Py_ssize_t count = PyList_Size(keys.get());
+  MappingItems items;
+  items.fromDict = true;
+  items.keys.reserve(boost::numeric_cast<size_t>(count));
+  items.values.reserve(boost::numeric_cast<size_t>(count));
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    auto key = PyObjectWithGuard::newReference(PyList_GetItem(keys.get(), i));
+    PyObject* value = PyDict_GetItemWithError(mapping, key.get());
+    if (!value) {
+      if (!PyErr_Occurred()) PyErr_SetObject(PyExc_KeyError, key.get());
+      throw PythonErrorSet();
+    }
+    items.keys.push_back(std::move(key));
+    items.values.push_back(PyObjectWithGuard::newReference(value));
+  }
+  return items;
 }
 
 }  // namespace
 
-std::optional<MappingItems> readMapping(PyObject* obj) {
-  if (!obj) {
-    setPythonErrorStr(PyExc_IndexError, formatMessage(NullNotSupported));
-    return std::nullopt;
-  }
+MappingItems readMapping(Encoder& to, PyObject* obj) {
+  if (isOrderedDict(obj)) return readOrderedDict(obj);
+  to.beforeForeignCode();
   const PyObjectWithGuard mapping = getDictPtr(obj);
-  if (!mapping) return std::nullopt;
   if (PyDict_CheckExact(mapping.get())) return readDict(mapping.get());
+  if (isOrderedDict(mapping.get())) return readOrderedDict(mapping.get());
   return readByProtocol(mapping.get());
 }
 

@@ -1,9 +1,9 @@
 // The items of any Python mapping, read once and held.
 #pragma once
 
-#include <optional>
 #include <vector>
 
+#include "to_array/encoder.h"
 #include "util/py_object_guard.h"
 
 namespace PythonZorvanDataArray::detail {
@@ -18,12 +18,13 @@ struct MappingItems {
 };
 
 // The items in the mapping's own order: of a zorvan.dictionary or a UserDict those of the mapping
-// inside, of a ChainMap those of its maps merged, the first map winning.
+// inside, of a ChainMap those of its maps merged, the first map winning. `to` has its memory
+// settled before Python code runs.
 //
-// Absent with a Python error set: IndexError for objects that are no mapping (they have no `keys`),
-// for an uninitialised zorvan.dictionary and for a ChainMap without maps, TypeError for a UserDict
-// without data, RuntimeError for a mapping that changes while it is read or lies about its length.
-// What a mapping itself raises passes through.
-std::optional<MappingItems> readMapping(PyObject* obj);
+// Throws PythonErrorSet: IndexError for objects that are no mapping (they have no `keys`), for an
+// uninitialised zorvan.dictionary and for a ChainMap without maps, TypeError for a UserDict without
+// data, RuntimeError for a mapping that changes while it is read or lies about its length. What a
+// mapping itself raises passes through.
+MappingItems readMapping(Encoder& to, PyObject* obj);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -3,37 +3,31 @@
 #include "types/ndpy_array_bridge.h"
 #include "util/message_catalogue.h"
 #include "util/py_object_guard_getter.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
+using PythonUtil::raise;
 
-std::optional<bool> ConvertNdPyArray::isComplex(PyObject* obj) {
+bool ConvertNdPyArray::isComplex(PyObject* obj) {
   const auto attribute = PythonUtil::PyObjectGuardGetter::getAttrString(obj, "_is_complex", true);
-  if (!attribute) return std::nullopt;
+  if (!attribute) throw PythonUtil::PythonErrorSet();
   const int truth = PyObject_IsTrue(attribute.get());
-  if (truth < 0) return std::nullopt;
+  PythonUtil::check(truth);
   return truth != 0;
 }
 
-std::optional<Array> ConvertNdPyArray::toZDA(PyObject* obj, ArrayType type) {
-  if (!PythonNdPyArray::ndpyCapsule) {
-    setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleIsNull));
-    return std::nullopt;
-  }
-  if (!obj) {
-    setPythonErrorStr(PyExc_TypeError, formatMessage(NullNotSupported));
-    return std::nullopt;
-  }
-  std::optional<Array> array = PythonNdPyArray::arrayFromTypedObject(obj, type);
-  if (!array) setPythonErrorStr(PyExc_TypeError, formatMessage(CapsuleUnableToRetrieveObject));
-  return array;
+void ConvertNdPyArray::appendTyped(Encoder& to, PyObject* obj, ArrayType type) {
+  if (!PythonNdPyArray::ndpyCapsule) raise(PyExc_TypeError, formatMessage(CapsuleIsNull));
+  const std::optional<Array> array = PythonNdPyArray::arrayFromTypedObject(obj, type);
+  if (!array) raise(PyExc_TypeError, formatMessage(CapsuleUnableToRetrieveObject));
+  to.tape().array(*array);
 }
 
-std::optional<Array> NdPyLogicalToLogical::convert(PyObject* obj, const std::optional<Options>&) {
-  return toZDA(obj, ArrayType::LOGICAL);
+void NdPyLogicalToLogical::append(Encoder& to, PyObject* obj, const Options&) const {
+  appendTyped(to, obj, ArrayType::LOGICAL);
 }
 
 }  // namespace PythonZorvanDataArray::detail

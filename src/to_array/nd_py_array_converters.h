@@ -2,29 +2,28 @@
 // their memory for the length of the call.
 #pragma once
 
+#include <complex>
+
 #include "to_array/convert_to_zorvan_data_array.h"
 
 namespace PythonZorvanDataArray::detail {
 
 class ConvertNdPyArray : public ConvertToZorvanDataArray {
  protected:
-  // Empty, with TypeError set, when the object has no elements of that type to offer.
-  std::optional<foundation::zorvandata::Array> toZDA(PyObject* obj,
-                                                     foundation::zorvandata::ArrayType type);
-  // The truth of the object's "_is_complex"; absent with a Python error set.
-  std::optional<bool> isComplex(PyObject* obj);
+  // TypeError when the object has no elements of that type to offer.
+  static void appendTyped(Encoder& to, PyObject* obj, foundation::zorvandata::ArrayType type);
+  // The truth of the object's "_is_complex".
+  static bool isComplex(PyObject* obj);
 };
 
 // Arrays of T, or of its complex twin when they say so.
 template <class T>
 class NdPyNumberToNumber final : public ConvertNdPyArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override {
+  void append(Encoder& to, PyObject* obj, const Options&) const override {
     using foundation::zorvandata::ArrayTypeOf;
-    const std::optional<bool> complex = isComplex(obj);
-    if (!complex) return std::nullopt;
-    return toZDA(obj, *complex ? ArrayTypeOf<std::complex<T>>::value : ArrayTypeOf<T>::value);
+    appendTyped(to, obj,
+                isComplex(obj) ? ArrayTypeOf<std::complex<T>>::value : ArrayTypeOf<T>::value);
   }
 };
 
@@ -41,8 +40,7 @@ using NdPyUint64ToUint64 = NdPyNumberToNumber<uint64_t>;
 
 class NdPyLogicalToLogical final : public ConvertNdPyArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 }  // namespace PythonZorvanDataArray::detail

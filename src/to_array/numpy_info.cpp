@@ -12,36 +12,6 @@ namespace PythonZorvanDataArray::detail {
 using PythonUtil::PyObjectGuardGetter;
 using PythonUtil::PyObjectWithGuard;
 
-namespace {
-
-constexpr size_t kNoSize = static_cast<size_t>(-1);
-
-// Sets IndexError and returns false when the object is no size.
-bool readSize(PyObject* number, size_t& size) {
-  size = number ? PyLong_AsSize_t(number) : kNoSize;
-  if (size != kNoSize || !PyErr_Occurred()) return number != nullptr;
-  setPythonErrorStr(PyExc_IndexError, "PyLong_AsSize_t returned error");
-  return false;
-}
-
-bool readShape(PyObject* shape, std::vector<size_t>& dims) {
-  if (!shape) return false;
-  if (!PySequence_Check(shape)) {
-    setPythonErrorStr(PyExc_IndexError, "object is not a sequence");
-    return false;
-  }
-  const Py_ssize_t count = PySequence_Size(shape);
-  for (Py_ssize_t i = 0; i < count; ++i) {
-    const auto extent = PyObjectWithGuard::owned(PySequence_GetItem(shape, i));
-    size_t size = 0;
-    if (!extent || !readSize(extent.get(), size)) return false;
-    dims.push_back(size);
-  }
-  return count >= 0;
-}
-
-}  // namespace
-
 char numPyDtypeKindAsChar(PyObject* obj) {
   const auto dtype = PyObjectGuardGetter::getAttrString(obj, "dtype", true);
   if (!dtype) return 0;
@@ -74,31 +44,6 @@ std::optional<bool> hasMaskedElements(PyObject* obj) {
   const int truth = PyObject_IsTrue(answer.get());
   if (truth < 0) return std::nullopt;
   return truth != 0;
-}
-
-std::optional<FlattenedNumPyArray> getFlattenedNumPyArrayInfo(PyObject* obj) {
-  const auto numpy = PyObjectGuardGetter::getModule("numpy", true);
-  if (!numpy) return std::nullopt;
-  FlattenedNumPyArray info;
-  const auto size = PyObjectGuardGetter::getAttrString(obj, "size", false);
-  if (!size) {
-    setPythonErrorStr(PyExc_IndexError, formatMessage(AttributeNotRetrieved, "size"));
-    return std::nullopt;
-  }
-  if (!readSize(size.get(), info.size)) return std::nullopt;
-  const auto shape = PyObjectGuardGetter::getAttrString(obj, "shape", true);
-  if (!readShape(shape.get(), info.dims)) return std::nullopt;
-
-  const auto ndarray = PyObjectGuardGetter::getAttrString(numpy.get(), "ndarray", true);
-  const auto flatten = PyObjectGuardGetter::getAttrString(ndarray.get(), "flatten", true);
-  if (!flatten) return std::nullopt;
-  const auto args = PyObjectWithGuard::owned(PyTuple_Pack(1, obj));
-  const auto keywords = PyObjectWithGuard::owned(Py_BuildValue("{s:s}", "order", "F"));
-  if (!args || !keywords) return std::nullopt;
-  info.elements =
-      PyObjectWithGuard::owned(PyObject_Call(flatten.get(), args.get(), keywords.get()));
-  if (!info.elements) return std::nullopt;
-  return info;
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <optional>
-#include <vector>
 
 #include "util/py_object_guard.h"
 
@@ -15,15 +14,5 @@ char numPyDtypeKindAsChar(PyObject* obj);
 // Whether obj is a numpy masked array in which an element is masked; absent with a Python error
 // set when numpy cannot tell. Never imports numpy.
 std::optional<bool> hasMaskedElements(PyObject* obj);
-
-// A numpy array laid out flat.
-struct FlattenedNumPyArray {
-  size_t size = 0;
-  std::vector<size_t> dims;
-  PythonUtil::PyObjectWithGuard elements;  // one-dimensional copy in column-major order
-};
-
-// Absent with a Python error set.
-std::optional<FlattenedNumPyArray> getFlattenedNumPyArrayInfo(PyObject* obj);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,7 +1,8 @@
-// What reading frames needs of pandas. It is imported on first need: whoever has a frame has it.
+// What reading frames needs of pandas, which is imported on first need: whoever has a frame has it.
+//
+// All but the tests throw PythonErrorSet with a Python error pending.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "util/py_object_guard.h"
@@ -9,8 +10,8 @@
 namespace PythonZorvanDataArray::detail {
 
 struct PandasObjects {
-  PythonUtil::PyObjectWithGuard rangeIndex;  // the class
-  PythonUtil::PyObjectWithGuard na, nat;     // the objects
+  PythonUtil::PyObjectWithGuard dataFrame, rangeIndex;  // classes
+  PythonUtil::PyObjectWithGuard na, nat;                // the objects
 
   // NA, NaT or None. A floating NaN is a number like others.
   bool isMissing(PyObject* obj) const {
@@ -18,21 +19,25 @@ struct PandasObjects {
   }
 };
 
-// Made on first use and never destroyed. NULL, with a Python error set, when pandas cannot be had.
-const PandasObjects* pandasObjects();
+// Made on first use and never destroyed.
+const PandasObjects& pandasObjects();
 
-// The Arrow array behind a series that Arrow keeps; empty with a Python error set.
+PythonUtil::PyObjectWithGuard attributeOf(PyObject* obj, const char* name);
+// What a method without arguments gives.
+PythonUtil::PyObjectWithGuard resultOf(PyObject* obj, const char* method);
+PythonUtil::PyObjectWithGuard listItem(const PythonUtil::PyObjectWithGuard& list, size_t position);
+// The Arrow array behind a series that Arrow keeps.
 PythonUtil::PyObjectWithGuard arrowArrayOf(PyObject* series);
 
-// No hook of Python runs, and no error is set.
+// Tests: no hook of Python runs, and no error is set.
 bool isPandasDataFrame(PyObject* obj);
 bool isPandasSeries(PyObject* obj);
-
-// The item that a positional indexer has there; empty with IndexError set.
-PythonUtil::PyObjectWithGuard getItemByPosition(PyObject* iloc, Py_ssize_t position);
+// Of a type of the interpreter's own, the values of which convert and have a `str` without running
+// any Python code.
+bool isPlain(PyObject* obj);
 
 // Reports that an item of this one's type has no way over in a column.
-void setUnsupportedColumnItem(PyObject* item);
+[[noreturn]] void refuseColumnItem(PyObject* item);
 
 // How a series stores its items.
 struct ColumnType {
@@ -42,8 +47,7 @@ struct ColumnType {
   bool isArrow = false;  // Arrow keeps the items
   bool isText = false;   // a dtype for texts alone, so not `object`
 
-  // Absent with a Python error set.
-  static std::optional<ColumnType> read(PyObject* series);
+  static ColumnType read(PyObject* series);
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,36 +1,32 @@
 #include "to_array/py_data_frame_to_table.h"
 
-#include <algorithm>
 #include <boost/numeric/conversion/cast.hpp>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "to_array/column_converter.h"
+#include "to_array/frame_columns.h"
 #include "to_array/pandas_objects.h"
 #include "to_array/table_image.h"
 #include "to_array/text_converters.h"
 #include "util/message_catalogue.h"
-#include "util/nesting_guard.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 #include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::Array;
-using foundation::zorvandata::toUtf16;
-using foundation::zorvandata::toUtf8;
-using foundation::zorvandata::standalone::ClientArrayFactory;
-using PythonUtil::NestingGuard;
+using PythonUtil::check;
+using PythonUtil::checked;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
 
 namespace {
 
-// A frame whose index counts the rows, and the columns that go over.
+// A frame whose index counts the rows, and the names of the columns that go over.
 struct Frame {
   PyObjectWithGuard object;
-  PyObjectWithGuard names;  // a list
-  size_t count = 0;         // how many of the names are used: none of an empty frame
+  std::vector<PyObjectWithGuard> names;
 };
 
 struct ColumnName {
@@ -39,137 +35,95 @@ struct ColumnName {
 };
 
 // `text` is the name as far as it could be had, or NULL.
-void setUnconvertibleName(PyObject* text) {
+[[noreturn]] void refuseName(PyObject* text) {
   PyErr_Clear();
   auto bytes = PyObjectWithGuard::owned(
       text ? PyUnicode_AsEncodedString(text, "utf-8", "surrogatepass") : nullptr);
   PyErr_Clear();
-  if (!bytes) bytes = PyObjectWithGuard::owned(PyBytes_FromString("?"));
-  if (!bytes) return;
+  if (!bytes) bytes = checked(PyBytes_FromString("?"));
   const Py_ssize_t size = PyBytes_Size(bytes.get());
   const std::string message = formatMessage(UnableToConvertDataFrameColumnName);
-  const auto error = PyObjectWithGuard::owned(PyUnicodeDecodeError_Create(
-      "utf-8", PyBytes_AsString(bytes.get()), size, 0, size, message.c_str()));
-  if (error) PyErr_SetObject(PyExc_UnicodeDecodeError, error.get());
+  const auto error = checked(PyUnicodeDecodeError_Create("utf-8", PyBytes_AsString(bytes.get()),
+                                                         size, 0, size, message.c_str()));
+  PyErr_SetObject(PyExc_UnicodeDecodeError, error.get());
+  throw PythonErrorSet();
 }
 
-// Absent with UnicodeDecodeError set.
-std::optional<ColumnName> readName(PyObject* name) {
+// UnicodeDecodeError for a name without a text.
+ColumnName readName(Encoder& to, PyObject* name) {
+  if (!isPlain(name)) to.beforeForeignCode();
   auto text = PyObjectWithGuard::owned(PyObject_Str(name));
   const std::optional<std::u16string> units = convertPyStrToUstring(text.get());
-  if (!units) {
-    setUnconvertibleName(text.get());
-    return std::nullopt;
-  }
-  return ColumnName{std::move(text), toUtf8(*units)};
+  if (!units) refuseName(text.get());
+  return {std::move(text), foundation::zorvandata::toUtf8(*units)};
 }
 
-// A char row; absent with UnicodeDecodeError set.
-std::optional<Array> getColumnNameAsZdaArray(PyObject* name) {
-  const std::optional<ColumnName> read = readName(name);
-  if (!read) return std::nullopt;
-  return ClientArrayFactory().createCharArray(toUtf16(read->utf8));
+// One integer attribute of a range, if it is one.
+std::optional<Py_ssize_t> boundOf(const PyObjectWithGuard& range, const char* name) {
+  const auto bound = attributeOf(range.get(), name);
+  if (!PyLong_Check(bound.get())) return std::nullopt;
+  const Py_ssize_t value = PyLong_AsSsize_t(bound.get());
+  if (value == -1 && PyErr_Occurred()) throw PythonErrorSet();
+  return value;
 }
 
-// One integer attribute of a range; false with no error set when it is no int.
-bool readBound(const PyObjectWithGuard& range, const char* name, Py_ssize_t& value) {
-  const auto bound = PyObjectWithGuard::owned(PyObject_GetAttrString(range.get(), name));
-  if (!bound || !PyLong_Check(bound.get())) return false;
-  value = PyLong_AsSsize_t(bound.get());
-  return value != -1 || !PyErr_Occurred();
+// Whether the index is the one that pandas gives to frames with rows.
+bool isRowIndexDefault(PyObject* frame) {
+  const auto index = attributeOf(frame, "index");
+  const int isRange = PyObject_IsInstance(index.get(), pandasObjects().rangeIndex.get());
+  check(isRange);
+  return isRange != 0 && boundOf(index, "start") == 0 && boundOf(index, "stop") > 0 &&
+         boundOf(index, "step") == 1;
 }
 
-// Whether the index is the one that pandas gives to frames with rows; absent with a Python error
-// set.
-std::optional<bool> isRowIndexDefault(PyObject* frame) {
-  const PandasObjects* pandas = pandasObjects();
-  if (!pandas) return std::nullopt;
-  const auto index = PyObjectWithGuard::owned(PyObject_GetAttrString(frame, "index"));
-  if (!index) return std::nullopt;
-  const int isRange = PyObject_IsInstance(index.get(), pandas->rangeIndex.get());
-  if (isRange < 0) return std::nullopt;
-  if (isRange == 0) return false;
-  Py_ssize_t start = 0;
-  Py_ssize_t stop = 0;
-  Py_ssize_t step = 0;
-  const bool isRead = readBound(index, "start", start) && readBound(index, "stop", stop) &&
-                      readBound(index, "step", step);
-  if (PyErr_Occurred()) return std::nullopt;
-  return isRead && start == 0 && stop > 0 && step == 1;
-}
-
-// The names as a list; empty with a Python error set.
+// The names as a list that nobody else has.
 PyObjectWithGuard listOfNames(PyObject* frame) {
-  const auto columns = PyObjectWithGuard::owned(PyObject_GetAttrString(frame, "columns"));
-  if (!columns) return {};
+  const auto columns = attributeOf(frame, "columns");
   if (!PySequence_Check(columns.get())) {
-    setPythonErrorStr(PyExc_TypeError, "'columns' of pandas.DataFrame object is not a sequence");
-    return {};
+    PythonUtil::raise(PyExc_TypeError, "'columns' of pandas.DataFrame object is not a sequence");
   }
-  return PyObjectWithGuard::owned(PySequence_List(columns.get()));
+  return checked(PySequence_List(columns.get()));
 }
 
-std::optional<std::vector<ColumnName>> readNames(const PyObjectWithGuard& list) {
-  const auto count = boost::numeric_cast<size_t>(PyList_Size(list.get()));
-  std::vector<ColumnName> names;
-  names.reserve(count);
-  for (size_t i = 0; i < count; ++i) {
-    const auto item =
-        PyObjectWithGuard::newReference(PyList_GetItem(list.get(), static_cast<Py_ssize_t>(i)));
-    std::optional<ColumnName> name = item ? readName(item.get()) : std::nullopt;
-    if (!name) return std::nullopt;
-    names.push_back(std::move(*name));
-  }
-  return names;
+size_t sizeOf(PyObject* obj) {
+  const Py_ssize_t size = PyObject_Size(obj);
+  if (size < 0) throw PythonErrorSet();
+  return boost::numeric_cast<size_t>(size);
 }
 
 // Every one of several columns with the same text gets a suffix, the first one too; a new name may
 // be that of another column. The names are assigned to the frame even when none has changed.
-bool addSuffixToDuplicateColumns(PyObject* frame) {
-  const PyObjectWithGuard list = listOfNames(frame);
-  if (!list) return false;
-  const std::optional<std::vector<ColumnName>> names = readNames(list);
-  if (!names) return false;
+void addSuffixToDuplicateColumns(Encoder& to, PyObject* frame) {
   struct Tally {
     size_t count = 0;
     size_t numbered = 0;
   };
+  const PyObjectWithGuard list = listOfNames(frame);
+  std::vector<ColumnName> names;
   std::map<std::string, Tally> tallies;
-  for (const ColumnName& name : *names) ++tallies[name.utf8].count;
-  for (size_t i = 0; i < names->size(); ++i) {
-    const ColumnName& name = (*names)[i];
-    Tally& tally = tallies[name.utf8];
-    if (tally.count < 2) continue;
-    PyObject* suffixed = PyUnicode_FromFormat("%U_%zu", name.text.get(), ++tally.numbered);
-    // Takes over the reference.
-    if (!suffixed || PyList_SetItem(list.get(), static_cast<Py_ssize_t>(i), suffixed) < 0) {
-      return false;
-    }
+  for (size_t i = 0; i < sizeOf(list.get()); ++i) {
+    names.push_back(readName(to, listItem(list, i).get()));
+    ++tallies[names.back().utf8].count;
   }
-  return PyObject_SetAttrString(frame, "columns", list.get()) == 0;
+  for (size_t i = 0; i < names.size(); ++i) {
+    Tally& tally = tallies[names[i].utf8];
+    if (tally.count < 2) continue;
+    auto suffixed = checked(PyUnicode_FromFormat("%U_%zu", names[i].text.get(), ++tally.numbered));
+    check(PyList_SetItem(list.get(), static_cast<Py_ssize_t>(i), suffixed.release()));
+  }
+  check(PyObject_SetAttrString(frame, "columns", list.get()));
 }
 
-// The truth of the attribute; absent with a Python error set.
-std::optional<bool> isEmptyFrame(PyObject* frame) {
-  const auto empty = PyObjectWithGuard::owned(PyObject_GetAttrString(frame, "empty"));
-  const int truth = empty ? PyObject_IsTrue(empty.get()) : -1;
-  if (truth < 0) return std::nullopt;
-  return truth != 0;
-}
-
-// Absent with a Python error set.
-std::optional<Frame> prepareFrame(PyObject* obj) {
-  const std::optional<bool> isDefault = isRowIndexDefault(obj);
-  if (!isDefault) return std::nullopt;
+Frame prepareFrame(Encoder& to, PyObject* obj) {
   Frame frame;
-  frame.object = *isDefault
-                     ? PyObjectWithGuard::newReference(obj)
-                     : PyObjectWithGuard::owned(PyObject_CallMethod(obj, "reset_index", nullptr));
-  if (!frame.object || !addSuffixToDuplicateColumns(frame.object.get())) return std::nullopt;
-  frame.names = listOfNames(frame.object.get());
-  const std::optional<bool> empty = frame.names ? isEmptyFrame(frame.object.get()) : std::nullopt;
-  if (!empty) return std::nullopt;
-  if (!*empty) frame.count = boost::numeric_cast<size_t>(PyList_Size(frame.names.get()));
+  frame.object =
+      isRowIndexDefault(obj) ? PyObjectWithGuard::newReference(obj) : resultOf(obj, "reset_index");
+  addSuffixToDuplicateColumns(to, frame.object.get());
+  const PyObjectWithGuard names = listOfNames(frame.object.get());
+  const int isEmpty = PyObject_IsTrue(attributeOf(frame.object.get(), "empty").get());
+  check(isEmpty);
+  if (isEmpty != 0) return frame;
+  for (size_t i = 0; i < sizeOf(names.get()); ++i) frame.names.push_back(listItem(names, i));
   return frame;
 }
 
@@ -178,103 +132,46 @@ struct Column {
   ColumnType type;
 };
 
-// The column of that name; absent with a Python error set.
-std::optional<Column> readColumn(PyObject* frame, PyObject* name) {
-  Column column;
-  column.series = PyObjectWithGuard::owned(PyObject_GetItem(frame, name));
-  if (!column.series) return std::nullopt;
-  if (!isPandasSeries(column.series.get())) {
-    // Several columns have the name.
-    setUnsupportedColumnItem(column.series.get());
-    return std::nullopt;
-  }
-  std::optional<ColumnType> type = ColumnType::read(column.series.get());
-  if (!type) return std::nullopt;
-  column.type = std::move(*type);
-  return column;
+Column readColumn(PyObject* frame, PyObject* name) {
+  auto series = checked(PyObject_GetItem(frame, name));
+  // Several columns have the name.
+  if (!isPandasSeries(series.get())) refuseColumnItem(series.get());
+  ColumnType type = ColumnType::read(series.get());
+  return {std::move(series), std::move(type)};
 }
 
-// Absent with a Python error set.
-std::optional<std::vector<Column>> readColumns(const Frame& frame) {
-  std::vector<Column> columns;
-  columns.reserve(frame.count);
-  for (size_t i = 0; i < frame.count; ++i) {
-    const auto name = PyObjectWithGuard::newReference(
-        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
-    std::optional<Column> column = name ? readColumn(frame.object.get(), name.get()) : std::nullopt;
-    if (!column) return std::nullopt;
-    columns.push_back(std::move(*column));
-  }
-  return columns;
-}
-
-// The names as char rows; absent with UnicodeDecodeError set.
-std::optional<std::vector<Array>> convertNames(const Frame& frame) {
-  std::vector<Array> names;
-  for (size_t i = 0; i < frame.count; ++i) {
-    const auto item = PyObjectWithGuard::newReference(
-        PyList_GetItem(frame.names.get(), static_cast<Py_ssize_t>(i)));
-    std::optional<Array> name = item ? getColumnNameAsZdaArray(item.get()) : std::nullopt;
-    if (!name) return std::nullopt;
-    names.push_back(std::move(*name));
-  }
-  return names;
-}
-
-constexpr uint64_t kNoColumn = static_cast<uint64_t>(-1);
-
-// The position of the first column of a datetime dtype, or kNoColumn.
-uint64_t getDateTimeColumnIndex(const std::vector<Column>& columns) {
-  const auto found = std::find_if(columns.begin(), columns.end(),
-                                  [](const Column& column) { return column.type.kind == 'M'; });
-  return found == columns.end() ? kNoColumn : static_cast<uint64_t>(found - columns.begin());
-}
-
-// All columns but the first of dates are variables. All names come first: a name that has no text
-// is an error whatever the columns hold.
-std::optional<Array> convertColumns(const Frame& frame) {
-  const std::optional<std::vector<Array>> names = convertNames(frame);
-  if (!names) return std::nullopt;
-  const std::optional<std::vector<Column>> columns = readColumns(frame);
-  if (!columns) return std::nullopt;
-  const uint64_t timePosition = getDateTimeColumnIndex(*columns);
+// All names come first: a name that has no text is an error whatever the columns hold. The first
+// column of a datetime dtype gives the row times.
+TableVariables convertColumns(FrameColumns& columns, const Frame& frame, bool isForeign) {
   TableVariables variables;
-  RowTimes times;
-  for (size_t i = 0; i < columns->size(); ++i) {
-    const Column& column = (*columns)[i];
-    const Py_ssize_t rows = PyObject_Size(column.series.get());
-    if (rows < 0) return std::nullopt;
-    const std::optional<Array> data = processColumnData(column.series.get(), column.type);
-    if (!data) return std::nullopt;
-    variables.rows = boost::numeric_cast<size_t>(rows);
-    if (i == timePosition) {
-      times = {(*names)[i], *data};
-    } else {
-      variables.names.append((*names)[i]);
-      variables.data.append(*data);
-    }
+  for (const PyObjectWithGuard& name : frame.names) {
+    variables.names.push_back(readName(columns.encoder(), name.get()).utf8);
   }
-  return timePosition == kNoColumn ? makeTable(std::move(variables))
-                                   : makeTimetable(std::move(variables), times);
+  std::vector<Column> series;
+  for (const PyObjectWithGuard& name : frame.names) {
+    series.push_back(readColumn(frame.object.get(), name.get()));
+    if (!variables.times && series.back().type.kind == 'M') variables.times = series.size() - 1;
+  }
+  for (const Column& column : series) {
+    if (isForeign) columns.beforeForeignCode();
+    variables.rows = sizeOf(column.series.get());
+    columns.append(processColumnData(columns, column.series.get(), column.type));
+  }
+  variables.data = columns.arrays();
+  return variables;
 }
 
 }  // namespace
 
-std::optional<Array> PyDataFrameToTable::convert(PyObject* obj, const std::optional<Options>&) {
-  if (!obj) return std::nullopt;
-  // An item of a column may lie this deep: in the object, its image, the variables, the column.
-  const NestingGuard object(PythonUtil::kMaxNesting);
-  if (!object) return std::nullopt;
-  const NestingGuard image(PythonUtil::kMaxNesting);
-  if (!image) return std::nullopt;
-  const NestingGuard variables(PythonUtil::kMaxNesting);
-  if (!variables) return std::nullopt;
-  const NestingGuard column(PythonUtil::kMaxNesting);
-  if (!column) return std::nullopt;
-
-  const std::optional<Frame> frame = prepareFrame(obj);
-  if (!frame) return std::nullopt;
-  return convertColumns(*frame);
+void PyDataFrameToTable::append(Encoder& to, PyObject* obj, const Options&) const {
+  FrameColumns columns(to);
+  const Level level(columns.encoder());
+  // Derived classes may do anything in place of what pandas does.
+  const bool isForeign =
+      reinterpret_cast<PyObject*>(Py_TYPE(obj)) != pandasObjects().dataFrame.get();
+  if (isForeign) columns.beforeForeignCode();
+  const Frame frame = prepareFrame(to, obj);
+  appendTable(to.tape(), convertColumns(columns, frame, isForeign));
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -15,8 +15,7 @@ namespace PythonZorvanDataArray::detail {
 // passes through.
 class PyDataFrameToTable final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,120 +2,108 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <string_view>
+#include <memory>
+#include <string>
 #include <unordered_set>
 
 #include "bridge/data_array_protobuf_bridge.h"
 #include "dataarray/array_predicates.h"
-#include "to_array/argument_scope.h"
-#include "to_array/converter_factory.h"
+#include "to_array/mapping_items.h"
 #include "util/message_catalogue.h"
-#include "util/nesting_guard.h"
-#include "util/python_error.h"
+#include "util/reference.h"
+#include "zorvandata/array_impl.h"
+#include "zorvandata/tape_reader.h"
+#include "zorvandata/typed_array.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
-using foundation::zorvandata::ArrayFactory;
 using foundation::zorvandata::ArrayType;
-using foundation::zorvandata::Buffer;
-using foundation::zorvandata::ClassInfo;
 using foundation::zorvandata::Dimensions;
-using foundation::zorvandata::Item;
-using foundation::zorvandata::ItemList;
-using foundation::zorvandata::ZorvanClassIdentifier;
-using foundation::zorvandata::ZorvanPropertyIdentifier;
+using foundation::zorvandata::Tape;
+using foundation::zorvandata::TapeBuilder;
+using foundation::zorvandata::TapeReader;
 using PythonUtil::PyObjectWithGuard;
 
 namespace {
 
-using Options = ConvertToZorvanDataArray::Options;
+using Objects = std::vector<PyObjectWithGuard>;
 
-Options getOptionsWithinDict() {
-  Options options;
-  options.setConvertPyStrToString(true);
+const ConversionOptions& getOptionsWithinDict() {
+  static const ConversionOptions options = [] {
+    ConversionOptions made;
+    made.setConvertPyStrToString(true);
+    return made;
+  }();
   return options;
 }
 
-Array getVersionNumber(const ArrayFactory& factory) { return factory.createScalar(uint64_t{1}); }
-
-// The dictionary around its data.
-Array wrapData(const ArrayFactory& factory, const Array& data) {
-  const ClassInfo info(ZorvanClassIdentifier("dictionary"),
-                       {ZorvanPropertyIdentifier("dictionary.data")});
-  Array dictionary = factory.createValueObjectScalar(info);
-  dictionary[0]["data"] = data;
-  return dictionary;
-}
-
-Array makeUnconfiguredDictionary(const ArrayFactory& factory) {
-  Array data = factory.createStructArray({1, 1}, {"Version", "Unconfigured"});
-  data[0]["Version"] = getVersionNumber(factory);
-  data[0]["Unconfigured"] = factory.createScalar(true);
-  return wrapData(factory, data);
-}
-
-Array makeConfiguredDictionary(const ArrayFactory& factory, const Array& keys,
-                               const Array& values) {
-  Array data = factory.createStructArray(
-      {1, 1}, {"Version", "IsKeyCombined", "IsValueCombined", "Key", "Value"});
-  data[0]["Version"] = getVersionNumber(factory);
-  data[0]["IsKeyCombined"] = factory.createScalar(shouldBeMarkedCombined(keys));
-  data[0]["IsValueCombined"] = factory.createScalar(shouldBeMarkedCombined(values));
-  data[0]["Key"] = keys;
-  data[0]["Value"] = values;
-  return wrapData(factory, data);
+void appendVersionNumber(TapeBuilder& tape) {
+  constexpr uint64_t kVersion = 1;
+  tape.scalar(ArrayType::UINT64, &kVersion);
 }
 
 bool arrayDimsAreCompatible(size_t keyElements, size_t valueElements) {
   return keyElements != 1 || valueElements <= 1;
 }
 
+bool areAllExactly(const Objects& objects, PyTypeObject* type) {
+  return std::all_of(objects.begin(), objects.end(),
+                     [type](const auto& object) { return Py_TYPE(object.get()) == type; });
+}
+
 // Whether every object's type is the first one's or a subtype of it.
-bool isHomogeneous(const std::vector<PyObjectWithGuard>& objects) {
+bool isHomogeneous(const Objects& objects) {
   PyTypeObject* first = Py_TYPE(objects.front().get());
-  return std::all_of(objects.begin(), objects.end(), [first](const PyObjectWithGuard& object) {
+  return std::all_of(objects.begin(), objects.end(), [first](const auto& object) {
     return PyType_IsSubtype(Py_TYPE(object.get()), first) != 0;
   });
 }
 
-std::optional<ItemList> convertAll(const std::vector<PyObjectWithGuard>& objects) {
-  const std::optional<Options> options = getOptionsWithinDict();
-  ItemList items(ArgumentScope::arena());
-  items.reserve(objects.size());
-  for (const PyObjectWithGuard& object : objects) {
-    if (!appendZDA(items, object.get(), options)) return std::nullopt;
-  }
-  return items;
+// Doubles in a cell as one array; anything else as it is.
+Array combineDoubles(const Array& cell) {
+  const auto& part = cell.impl().items().onTape().front();
+  const bool areDoubles =
+      part.isRun() && part.first().peek() == foundation::zorvandata::kindOf(ArrayType::DOUBLE);
+  if (!areDoubles) return cell;
+  TapeReader reader = part.first();
+  const size_t size = part.size() * sizeof(double);
+  return makeDense(ArrayType::DOUBLE, cell.dimensions(),
+                   foundation::zorvandata::Buffer::copyOf(reader.reals(part.size()), size));
 }
 
-bool allOf(const ItemList& items, Item::Form form, ArrayType type) {
-  return std::all_of(items.begin(), items.end(),
-                     [=](const Item& item) { return item.form() == form && item.type() == type; });
-}
+// Several keys, or values, as one N-by-1 array: converted one by one, in the form that suits all of
+// them.
+class ItemsOfDictionary {
+ public:
+  explicit ItemsOfDictionary(const Objects& objects)
+      : objects_(objects),
+        form_(areAllExactly(objects, &PyUnicode_Type) ? Form::kStrings
+              : isHomogeneous(objects)                ? Form::kPerhapsDoubles
+                                                      : Form::kCell) {}
 
-Array combineDoubles(const ItemList& items, const Dimensions& dims) {
-  Buffer buffer = Buffer::uninitialized(items.size() * sizeof(double));
-  std::byte* out = buffer.mutableData();
-  for (const Item item : items) {
-    std::memcpy(out, item.scalarData(), sizeof(double));
-    out += sizeof(double);
+  void open(Encoder& to) const {
+    const Dimensions dims(objects_.size(), 1);
+    form_ == Form::kStrings ? to.tape().openStrings(dims) : to.tape().openGrid(dims);
   }
-  return makeDense(ArrayType::DOUBLE, dims, std::move(buffer));
-}
+  void append(Encoder& to, size_t i) const {
+    if (form_ == Form::kStrings) return to.appendStringElement(objects_[i].get());
+    to.tape().element();
+    to.append(objects_[i].get(), getOptionsWithinDict());
+  }
+  Array close(Encoder& to) const {
+    if (form_ == Form::kStrings) return finish(to);
+    to.tape().closeCell();
+    const Array cell = finish(to);
+    return form_ == Form::kPerhapsDoubles ? combineDoubles(cell) : cell;
+  }
 
-// Several keys or values as one N-by-1 array.
-Array storeItems(ItemList items, bool homogeneous) {
-  const Dimensions dims(items.size(), 1);
-  if (homogeneous && allOf(items, Item::Form::kString, ArrayType::ZORVAN_STRING)) {
-    return makeArray(ArrayType::ZORVAN_STRING, dims, std::move(items));
-  }
-  if (homogeneous && allOf(items, Item::Form::kScalar, ArrayType::DOUBLE)) {
-    return combineDoubles(items, dims);
-  }
-  return makeArray(ArrayType::CELL, dims, std::move(items));
-}
+ private:
+  enum class Form { kStrings, kPerhapsDoubles, kCell };
+
+  const Objects& objects_;
+  Form form_;
+};
 
 // Objects that differ to Python may be one and the same to the engine. The keys of a dict that are
 // all of the same plain type cannot.
@@ -123,86 +111,109 @@ bool mayCollapse(const MappingItems& items) {
   if (!items.fromDict) return true;
   PyTypeObject* first = Py_TYPE(items.keys.front().get());
   const bool plain = first == &PyUnicode_Type || first == &PyLong_Type || first == &PyFloat_Type;
-  return !plain || std::any_of(items.keys.begin(), items.keys.end(),
-                               [=](const auto& key) { return Py_TYPE(key.get()) != first; });
+  return !plain || !areAllExactly(items.keys, first);
 }
 
 // Equal to nothing, itself included.
-bool isNaN(const Item& item) {
-  return item.form() == Item::Form::kScalar && item.type() == ArrayType::DOUBLE &&
-         std::isnan(item.scalar<double>());
+bool isNaN(const Array& key) {
+  return key.getType() == ArrayType::DOUBLE && key.dimensions().isScalar() &&
+         std::isnan(double{key[0]});
 }
 
-// Sets ValueError and returns false when two keys are the same array.
-bool checkDistinct(const ItemList& keys) {
+// ValueError when two keys are the same array.
+void checkDistinct(const Array& keys) {
   using zds::client::zorvandata::protobuf::serializedArray;
-  std::unordered_set<std::string_view> texts;
-  std::unordered_set<std::string> others;
-  texts.reserve(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) {
-    const Item key = keys[i];
-    if (isNaN(key)) continue;
-    const bool isNew = key.form() == Item::Form::kString
-                           ? texts.insert(key.utf8()).second
-                           : others.insert(serializedArray(keys.get(i))).second;
-    if (isNew) continue;
-    setPythonErrorStr(PyExc_ValueError,
+  std::unordered_set<std::string> seen;
+  const size_t count = keys.getNumberOfElements();
+  for (size_t i = 0; i < count; ++i) {
+    const Array key = foundation::zorvandata::detail::elementAsArray(keys, i);
+    if (isNaN(key) || seen.insert(serializedArray(key)).second) continue;
+    PythonUtil::raise(PyExc_ValueError,
                       "key at position " + std::to_string(i) +
                           " of the mapping is the same to ZORVAN as one before it");
-    return false;
   }
-  return true;
 }
 
-Array wrapInCell(const ArrayFactory& factory, const Array& value) {
-  return factory.createCellArray({1, 1}, {value});
+void appendConfigured(Encoder& to, const Array& keys, const Array& values) {
+  const Level level(to);
+  TapeBuilder& tape = to.tape();
+  tape.openRecord(ArrayType::STRUCT, to.shape(Encoder::kDictionaryData));
+  appendVersionNumber(tape);
+  tape.logical(shouldBeMarkedCombined(keys));
+  tape.logical(shouldBeMarkedCombined(values));
+  tape.array(keys);
+  tape.array(values);
+  tape.closeRecord();
 }
 
-std::optional<Array> makeDictionaryWithOneKeyValuePair(const ArrayFactory& factory,
-                                                       const MappingItems& items) {
-  const std::optional<Options> options = getOptionsWithinDict();
-  const std::optional<Array> key = createZDA(items.keys[0].get(), options);
-  if (!isValidArr(key) || PyErr_Occurred()) return std::nullopt;
-  const std::optional<Array> value = createZDA(items.values[0].get(), options);
-  if (!isValidArr(value) || PyErr_Occurred()) return std::nullopt;
-  const Array storedKey = key->getNumberOfElements() != 1 && shouldBeStoredAsCell(*key)
-                              ? wrapInCell(factory, *key)
-                              : *key;
-  const Array storedValue = shouldBeStoredAsCell(*value) ? wrapInCell(factory, *value) : *value;
+Array wrapInCell(const Array& value) {
+  return makeArray(ArrayType::CELL, Dimensions::scalar(),
+                   foundation::zorvandata::Items(std::vector<Array>{value}));
+}
+
+// Where keys and values are converted apart from each other. Not on the stack, of which a deep nest
+// of mappings would take too much.
+struct Sides {
+  explicit Sides(Encoder& to)
+      : keys(std::make_unique<Encoder>(to, 1)), values(std::make_unique<Encoder>(to, 1)) {
+    keys->standBeside(*values);
+    values->standBeside(*keys);
+  }
+
+  std::unique_ptr<Encoder> keys;
+  std::unique_ptr<Encoder> values;
+};
+
+void appendOneItem(Encoder& to, const MappingItems& items) {
+  const Sides sides(to);
+  sides.keys->append(items.keys[0].get(), getOptionsWithinDict());
+  sides.values->append(items.values[0].get(), getOptionsWithinDict());
+  const Array key = finish(*sides.keys);
+  const Array value = finish(*sides.values);
+  const bool isLoneKey = key.getNumberOfElements() == 1;
+  const Array storedKey = !isLoneKey && shouldBeStoredAsCell(key) ? wrapInCell(key) : key;
+  const Array storedValue = shouldBeStoredAsCell(value) ? wrapInCell(value) : value;
   if (!arrayDimsAreCompatible(storedKey.getNumberOfElements(), storedValue.getNumberOfElements())) {
-    setPythonErrorStr(PyExc_ValueError, formatMessage(KeyValueDimsMustMatch));
-    return std::nullopt;
+    PythonUtil::raise(PyExc_ValueError, formatMessage(KeyValueDimsMustMatch));
   }
-  return makeConfiguredDictionary(factory, storedKey, storedValue);
+  appendConfigured(to, storedKey, storedValue);
 }
 
-std::optional<Array> makeDictionaryOfSeveral(const ArrayFactory& factory,
-                                             const MappingItems& items) {
-  std::optional<ItemList> keys = convertAll(items.keys);
-  if (!keys || (mayCollapse(items) && !checkDistinct(*keys))) return std::nullopt;
-  std::optional<ItemList> values = convertAll(items.values);
-  if (!values) return std::nullopt;
-  return makeConfiguredDictionary(factory, storeItems(std::move(*keys), isHomogeneous(items.keys)),
-                                  storeItems(std::move(*values), isHomogeneous(items.values)));
+void appendSeveralItems(Encoder& to, const MappingItems& items) {
+  const ItemsOfDictionary keys(items.keys);
+  const ItemsOfDictionary values(items.values);
+  const Sides sides(to);
+  keys.open(*sides.keys);
+  values.open(*sides.values);
+  for (size_t i = 0; i < items.size(); ++i) {
+    keys.append(*sides.keys, i);
+    values.append(*sides.values, i);
+  }
+  const Array keyArray = keys.close(*sides.keys);
+  if (mayCollapse(items)) checkDistinct(keyArray);
+  const Array valueArray = values.close(*sides.values);
+  appendConfigured(to, keyArray, valueArray);
 }
 
 }  // namespace
 
-std::optional<Array> PyDictionaryToDictionary::convert(PyObject* obj,
-                                                       const std::optional<Options>&) {
-  // An item of a dictionary lies three arrays deep: in the object, in its data, in a cell.
-  const PythonUtil::NestingGuard object(PythonUtil::kMaxNesting);
-  if (!object) return std::nullopt;
-  const PythonUtil::NestingGuard data(PythonUtil::kMaxNesting);
-  if (!data) return std::nullopt;
-  const PythonUtil::NestingGuard cell(PythonUtil::kMaxNesting);
-  if (!cell) return std::nullopt;
-
-  const std::optional<MappingItems> items = readMapping(obj);
-  if (!items) return std::nullopt;
-  if (items->size() == 0) return makeUnconfiguredDictionary(getFactory());
-  if (items->size() == 1) return makeDictionaryWithOneKeyValuePair(getFactory(), *items);
-  return makeDictionaryOfSeveral(getFactory(), *items);
+void PyDictionaryToDictionary::append(Encoder& to, PyObject* obj, const Options&) const {
+  const Level level(to);
+  const MappingItems items = readMapping(to, obj);
+  TapeBuilder& tape = to.tape();
+  tape.openRecord(ArrayType::VALUE_OBJECT, to.shape(Encoder::kDictionary));
+  if (items.size() == 0) {
+    const Level data(to);
+    tape.openRecord(ArrayType::STRUCT, to.shape(Encoder::kNoDictionaryData));
+    appendVersionNumber(tape);
+    tape.logical(true);
+    tape.closeRecord();
+  } else if (items.size() == 1) {
+    appendOneItem(to, items);
+  } else {
+    appendSeveralItems(to, items);
+  }
+  tape.closeRecord();
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -10,17 +10,16 @@
 #pragma once
 
 #include "to_array/convert_to_zorvan_data_array.h"
-#include "to_array/mapping_items.h"
 
 namespace PythonZorvanDataArray::detail {
 
-// Fails as readMapping does, with the own error of a key or value that cannot be converted, with
+// Keys and values are converted item by item: key, value, next key, next value, ... Fails as
+// readMapping does, with the own error of the first key or value that cannot be converted, with
 // ValueError for keys that are the same key to the engine and for a single key of one element
 // whose value has several.
 class PyDictionaryToDictionary final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,20 +2,16 @@
 
 #include "types/zorvan_object_type.h"
 #include "util/message_catalogue.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::Array;
-
-std::optional<Array> PyObjectToObject::convert(PyObject* obj, const std::optional<Options>&) {
-  if (!obj) return std::nullopt;
+void PyObjectToObject::append(Encoder& to, PyObject* obj, const Options&) const {
   const ZorvanObject& record = *zorvanObjectRecord(obj);
-  if (record.indices.empty()) return record.array;
-  if (record.indices.size() == record.dims.size()) return record.element;
-  setPythonErrorStr(PyExc_IndexError, formatMessage(NumIndexNotEqualToNumDim, record.indices.size(),
+  if (record.indices.empty()) return to.tape().array(record.array);
+  if (record.indices.size() == record.dims.size()) return to.tape().array(record.element);
+  PythonUtil::raise(PyExc_IndexError, formatMessage(NumIndexNotEqualToNumDim, record.indices.size(),
                                                     record.dims.size()));
-  return std::nullopt;
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -9,8 +9,7 @@ namespace PythonZorvanDataArray::detail {
 // IndexError when some, but not all dimensions are indexed.
 class PyObjectToObject final : public ConvertToZorvanDataArray {
  public:
-  std::optional<foundation::zorvandata::Array> convert(PyObject* obj,
-                                                       const std::optional<Options>&) override;
+  void append(Encoder& to, PyObject* obj, const Options& options) const override;
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,7 +1,8 @@
 // Which converter belongs to which Python type: the whole list of what can be sent.
 //
-// The keys are full type names. "NULL" and "<buffer>" are no type names but the keys of the
-// converters that everything else falls back to; no class reaches them by its name.
+// The keys are full type names. "<buffer>" is none but the key of the converter that everything
+// else falls back to; no class reaches it by its name. The types that the encoder takes by
+// themselves stand here for their names alone: whoever else bears one of them is not what it says.
 #include "to_array/buffer_converters.h"
 #include "to_array/bytes_converters.h"
 #include "to_array/converter_factory.h"
@@ -11,12 +12,10 @@
 #include "to_array/nd_py_array_converters.h"
 #include "to_array/pandas_objects.h"
 #include "to_array/py_data_frame_to_table.h"
-#include "to_array/py_dict_to_struct.h"
 #include "to_array/py_dictionary_to_dictionary.h"
 #include "to_array/py_object_to_object.h"
 #include "to_array/scalar_converters.h"
-#include "to_array/sequence_converters.h"
-#include "to_array/text_converters.h"
+#include "to_array/set_converter.h"
 #include "types/zorvan_dictionary_type.h"
 #include "types/zorvan_object_type.h"
 
@@ -27,25 +26,20 @@ using Entry = ConvertToZorvanDataArrayFactory::Entry;
 
 template <class Converter>
 Entry use(bool (*isReal)(PyObject*) = nullptr) {
-  return {std::make_shared<Converter>(), isReal};
+  return {std::make_shared<const Converter>(), isReal};
 }
 
 bool isNone(PyObject* obj) { return obj == Py_None; }
 bool isZorvanObject(PyObject* obj) { return zorvanObjectRecord(obj) != nullptr; }
 bool isNever(PyObject*) { return false; }
 
+const Entry kByItself{nullptr, isNever};
+
 #define ZORVAN_IS(name, type) \
   bool name(PyObject* obj) { return Py_TYPE(obj) == &(type); }
-ZORVAN_IS(isFloat, PyFloat_Type)
 ZORVAN_IS(isComplexNumber, PyComplex_Type)
-ZORVAN_IS(isInt, PyLong_Type)
-ZORVAN_IS(isBool, PyBool_Type)
-ZORVAN_IS(isStr, PyUnicode_Type)
 ZORVAN_IS(isBytes, PyBytes_Type)
 ZORVAN_IS(isByteArray, PyByteArray_Type)
-ZORVAN_IS(isDict, PyDict_Type)
-ZORVAN_IS(isList, PyList_Type)
-ZORVAN_IS(isTuple, PyTuple_Type)
 ZORVAN_IS(isSet, PySet_Type)
 ZORVAN_IS(isMemoryView, PyMemoryView_Type)
 #undef ZORVAN_IS
@@ -54,20 +48,19 @@ ZORVAN_IS(isMemoryView, PyMemoryView_Type)
 
 ConvertToZorvanDataArrayFactory::ConverterMap ConvertToZorvanDataArrayFactory::initConverterMap() {
   return {
-      {"float", use<PyFloatToDouble>(isFloat)},
+      {"float", kByItself},
+      {"int", kByItself},
+      {"bool", kByItself},
+      {"str", kByItself},
+      {"dict", kByItself},
+      {"list", kByItself},
+      {"tuple", kByItself},
       {"complex", use<PyComplexToDouble>(isComplexNumber)},
-      {"int", use<PyIntToInt64>(isInt)},
-      {"bool", use<PyBoolToLogical>(isBool)},
-      {"str", use<PyStrToCharOrString>(isStr)},
       {"bytes", use<PyBytesToUint8>(isBytes)},
       {"bytearray", use<PyByteArrayToUint8>(isByteArray)},
-      {"dict", use<PyDictToStruct>(isDict)},
-      {"list", use<PyListToCell>(isList)},
-      {"tuple", use<PyTupleToCell>(isTuple)},
       {"set", use<PySetToCell>(isSet)},
       {"NoneType", use<PyNoneToError>(isNone)},
       {"memoryview", use<BufferProtocolObjectToBuffer>(isMemoryView)},
-      {"NULL", use<NullToError>(isNever)},
       {"datetime.datetime", use<PyDatetimeToDatetime>(isDatetime)},
       {"numpy.datetime64", use<PyNumpyDatetime64ScalarToDatetime>(isNumpyDatetime64)},
       {"datetime.timedelta", use<PyTimedeltaToDuration>(isTimedelta)},

@@ -1,173 +1,196 @@
 #include "to_array/table_image.h"
 
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "zorvandata/array_factory.h"
-#include "zorvandata/array_impl.h"
+#include <functional>
+#include <initializer_list>
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Dimensions;
-using foundation::zorvandata::ItemList;
-using foundation::zorvandata::makeArray;
-using foundation::zorvandata::standalone::ClientArrayFactory;
+using foundation::zorvandata::ShapeBytes;
+using foundation::zorvandata::TapeBuilder;
 
 namespace {
 
-const ClientArrayFactory kFactory;
+// Appends one value.
+using Value = std::function<void(TapeBuilder&)>;
 
-// A 1-by-1 struct or value object, field by field.
-class Record {
- public:
-  Record& add(std::string name, const Array& value) {
-    names_.push_back(std::move(name));
-    items_.append(value);
-    return *this;
-  }
-  Record& addText(std::string name, const char* ascii) {
-    return add(std::move(name), kFactory.createCharArray(ascii));
-  }
-  template <class T>
-  Record& addScalar(const std::string& name, const T& value) {
-    return add(name, kFactory.createScalar(value));
-  }
-
-  Array makeStruct() { return make(ArrayType::STRUCT, ""); }
-  Array makeObject(const char* className) { return make(ArrayType::VALUE_OBJECT, className); }
-
- private:
-  Array make(ArrayType type, const char* className) {
-    return makeArray(type, Dimensions::scalar(), std::move(items_),
-                     foundation::zorvandata::makeLayout(className, std::move(names_)));
-  }
-
-  std::vector<std::string> names_;
-  ItemList items_;
+struct Field {
+  std::string_view name;
+  Value value;
 };
 
-Array makeCellRow(ItemList items) {
-  const size_t count = items.size();
-  return makeArray(ArrayType::CELL, Dimensions::row(count), std::move(items));
+void appendRecord(TapeBuilder& tape, std::string_view className,
+                  std::initializer_list<Field> fields) {
+  ShapeBytes shape(className, fields.size());
+  for (const Field& field : fields) shape.add(field.name);
+  tape.openRecord(className.empty() ? ArrayType::STRUCT : ArrayType::VALUE_OBJECT,
+                  tape.shape(shape.bytes()));
+  for (const Field& field : fields) field.value(tape);
+  tape.closeRecord();
 }
 
-Array makeNoNumbers() { return kFactory.createArray(ArrayType::DOUBLE, {0, 0}); }
-Array makeNoFields() { return kFactory.createStructArray({1, 1}, {}); }
-
-Array makePropertyRecord() {
-  const Array noCells = kFactory.createCellArray({1, 0});
-  ItemList dimensionNames;
-  dimensionNames.appendText("Row");
-  dimensionNames.appendText("Variables");
-  return Record()
-      .addScalar("useVariableNamesOriginal", false)
-      .addScalar("useDimensionNamesOriginal", false)
-      .addText("Description", "")
-      .add("CustomProps", makeNoFields())
-      .add("VariableCustomProps", makeNoFields())
-      .add("DimensionNames", makeCellRow(std::move(dimensionNames)))
-      .add("DimensionNamesOriginal", noCells)
-      .add("VariableNamesOriginal", noCells)
-      .add("UserData", makeNoNumbers())
-      .add("VariableDescriptions", noCells)
-      .add("VariableUnits", noCells)
-      .add("VariableContinuity", noCells)
-      .addScalar("VersionSavedFrom", 4.0)
-      .addScalar("minCompatibleVersion", 1.0)
-      .addText("incompatibilityMsg", "")
-      .makeStruct();
+Value number(double value) {
+  return [value](TapeBuilder& tape) { tape.real(value); };
+}
+Value number(size_t value) { return number(static_cast<double>(value)); }
+Value flag(bool value) {
+  return [value](TapeBuilder& tape) { tape.logical(value); };
+}
+Value text(const char* ascii) {
+  return [ascii](TapeBuilder& tape) { tape.text(ascii); };
+}
+Value emptyCell(size_t rows, size_t columns) {
+  return [=](TapeBuilder& tape) {
+    const Dimensions dims(rows, columns);
+    dims.isRow() ? tape.openCell(0) : tape.openGrid(dims);
+    tape.closeCell();
+  };
+}
+// A row of texts, each of which must outlive the value.
+Value texts(std::vector<std::string_view> row) {
+  return [row = std::move(row)](TapeBuilder& tape) {
+    tape.openCell(row.size());
+    for (const std::string_view each : row) {
+      tape.element();
+      tape.text(each);
+    }
+    tape.closeCell();
+  };
 }
 
-Array makeRowDimension() {
-  const Array subscripts = Record()
-                               .addScalar("reference", 0.0)
-                               .addScalar("forwardedReference", 1.0)
-                               .addScalar("assignment", 2.0)
-                               .addScalar("deletion", 3.0)
-                               .makeStruct();
+void noNumbers(TapeBuilder& tape) { tape.dense(ArrayType::DOUBLE, Dimensions(0, 0)); }
+void noFields(TapeBuilder& tape) { appendRecord(tape, "", {}); }
+
+void appendProperties(TapeBuilder& tape) {
+  appendRecord(tape, "",
+               {{"useVariableNamesOriginal", flag(false)},
+                {"useDimensionNamesOriginal", flag(false)},
+                {"Description", text("")},
+                {"CustomProps", noFields},
+                {"VariableCustomProps", noFields},
+                {"DimensionNames", texts({"Row", "Variables"})},
+                {"DimensionNamesOriginal", emptyCell(1, 0)},
+                {"VariableNamesOriginal", emptyCell(1, 0)},
+                {"UserData", noNumbers},
+                {"VariableDescriptions", emptyCell(1, 0)},
+                {"VariableUnits", emptyCell(1, 0)},
+                {"VariableContinuity", emptyCell(1, 0)},
+                {"VersionSavedFrom", number(4.0)},
+                {"minCompatibleVersion", number(1.0)},
+                {"incompatibilityMsg", text("")}});
+}
+
+void appendSubscripts(TapeBuilder& tape) {
+  appendRecord(tape, "",
+               {{"reference", number(0.0)},
+                {"forwardedReference", number(1.0)},
+                {"assignment", number(2.0)},
+                {"deletion", number(3.0)}});
+}
+
+void appendRowDimension(TapeBuilder& tape) {
   // The engine counts the rows anew; it wants this number here whatever the table.
   constexpr double kLength = 5;
-  return Record()
-      .addText("labelType", "text")
-      .addScalar("requireLabels", false)
-      .addScalar("requireUniqueLabels", true)
-      .addText("DuplicateLabelExceptionID", "ZORVAN:table:DuplicateRowNames")
-      .add("reservedNames", kFactory.createCellArray({1, 1}, {kFactory.createCharArray(":")}))
-      .add("labels", kFactory.createCellArray({0, 1}))
-      .addScalar("length", kLength)
-      .addScalar("hasLabels", false)
-      .add("subsType", subscripts)
-      .makeStruct();
+  appendRecord(tape, "",
+               {{"labelType", text("text")},
+                {"requireLabels", flag(false)},
+                {"requireUniqueLabels", flag(true)},
+                {"DuplicateLabelExceptionID", text("ZORVAN:table:DuplicateRowNames")},
+                {"reservedNames", texts({":"})},
+                {"labels", emptyCell(0, 1)},
+                {"length", number(kLength)},
+                {"hasLabels", flag(false)},
+                {"subsType", appendSubscripts}});
 }
 
-Array makeArrayProperties() {
-  return Record()
-      .addText("Description", "")
-      .add("UserData", makeNoNumbers())
-      .add("TableCustomProperties", makeNoFields())
-      .makeStruct();
+void appendArrayProperties(TapeBuilder& tape) {
+  appendRecord(
+      tape, "",
+      {{"Description", text("")}, {"UserData", noNumbers}, {"TableCustomProperties", noFields}});
 }
 
-// The fields of a timetable that are the same for all.
-Record startTimetable() {
-  Record record;
-  record.add("CustomProps", makeNoFields())
-      .add("VariableCustomProps", makeNoFields())
-      .addScalar("versionSavedFrom", 7.0)
-      .addScalar("minCompatibleVersion", int32_t{2})
-      .addText("incompatibilityMsg", "")
-      .addScalar("numDims", 2.0);
-  for (const char* flag :
-       {"useVarNamesOrig", "useVarNames2048", "useDimNamesOrig", "useDimNames2048"}) {
-    record.addScalar(flag, 0.0);
+// The variables' names and data: all but the row times.
+class Variables {
+ public:
+  explicit Variables(const TableVariables& all) : all_(all) {}
+
+  size_t count() const { return all_.names.size() - (all_.times ? 1 : 0); }
+  Value names() const {
+    std::vector<std::string_view> row;
+    for (size_t i = 0; i < all_.names.size(); ++i) {
+      if (i != all_.times) row.push_back(all_.names[i]);
+    }
+    return texts(std::move(row));
   }
-  for (const char* list : {"dimNamesOrig", "dimNames20482048", "varNamesOrig", "varNames2048"}) {
-    record.add(list, kFactory.createCellArray({0, 0}));
+  Value data() const {
+    return [this](TapeBuilder& tape) {
+      tape.openCell(count());
+      for (size_t i = 0; i < all_.data.size(); ++i) {
+        if (i == all_.times) continue;
+        tape.element();
+        tape.array(all_.data[i]);
+      }
+      tape.closeCell();
+    };
   }
-  return record;
+
+ private:
+  const TableVariables& all_;
+};
+
+void appendTimetableImage(TapeBuilder& tape, const TableVariables& all) {
+  const Variables variables(all);
+  const size_t times = *all.times;
+  appendRecord(tape, "",
+               {{"CustomProps", noFields},
+                {"VariableCustomProps", noFields},
+                {"versionSavedFrom", number(7.0)},
+                {"minCompatibleVersion",
+                 [](TapeBuilder& image) {
+                   constexpr int32_t kVersion = 2;
+                   image.scalar(ArrayType::INT32, &kVersion);
+                 }},
+                {"incompatibilityMsg", text("")},
+                {"numDims", number(2.0)},
+                {"useVarNamesOrig", number(0.0)},
+                {"useVarNames2048", number(0.0)},
+                {"useDimNamesOrig", number(0.0)},
+                {"useDimNames2048", number(0.0)},
+                {"dimNamesOrig", emptyCell(0, 0)},
+                {"dimNames20482048", emptyCell(0, 0)},
+                {"varNamesOrig", emptyCell(0, 0)},
+                {"varNames2048", emptyCell(0, 0)},
+                {"numRows", number(all.rows)},
+                {"numVars", number(variables.count())},
+                {"varDescriptions", emptyCell(0, 0)},
+                {"varUnits", emptyCell(0, 0)},
+                {"timeEvents", noNumbers},
+                {"varContinuity", emptyCell(0, 0)},
+                {"arrayProps", appendArrayProperties},
+                {"varNames", variables.names()},
+                {"data", variables.data()},
+                {"rowTimes", [&](TapeBuilder& image) { image.array(all.data[times]); }},
+                {"dimNames", texts({all.names[times], "Variables"})}});
 }
 
 }  // namespace
 
-Array makeTable(TableVariables variables) {
-  static const Array propertyRecord = makePropertyRecord();
-  static const Array rowDimension = makeRowDimension();
-  const auto count = static_cast<double>(variables.names.size());
-  return Record()
-      .add("data", makeCellRow(std::move(variables.data)))
-      .addScalar("ndims", 2.0)
-      .addScalar("nrows", static_cast<double>(variables.rows))
-      .add("rownames", kFactory.createCellArray({0, 0}))
-      .addScalar("nvars", count)
-      .add("varnames", makeCellRow(std::move(variables.names)))
-      .add("props", propertyRecord)
-      .add("rowDim", rowDimension)
-      .makeObject("table");
-}
-
-Array makeTimetable(TableVariables variables, const RowTimes& times) {
-  static const Array arrayProperties = makeArrayProperties();
-  const Array noCells = kFactory.createCellArray({0, 0});
-  const Array dimensionNames =
-      kFactory.createCellArray({1, 2}, {times.name, kFactory.createCharArray("Variables")});
-  const auto count = static_cast<double>(variables.names.size());
-  const Array image = startTimetable()
-                          .addScalar("numRows", static_cast<double>(variables.rows))
-                          .addScalar("numVars", count)
-                          .add("varDescriptions", noCells)
-                          .add("varUnits", noCells)
-                          .add("timeEvents", makeNoNumbers())
-                          .add("varContinuity", noCells)
-                          .add("arrayProps", arrayProperties)
-                          .add("varNames", makeCellRow(std::move(variables.names)))
-                          .add("data", makeCellRow(std::move(variables.data)))
-                          .add("rowTimes", times.data)
-                          .add("dimNames", dimensionNames)
-                          .makeStruct();
-  return Record().add("__CustomSave", image).makeObject("timetable");
+void appendTable(TapeBuilder& tape, const TableVariables& all) {
+  if (all.times) {
+    const auto image = [&all](TapeBuilder& object) { appendTimetableImage(object, all); };
+    return appendRecord(tape, "timetable", {{"__CustomSave", image}});
+  }
+  const Variables variables(all);
+  appendRecord(tape, "table",
+               {{"data", variables.data()},
+                {"ndims", number(2.0)},
+                {"nrows", number(all.rows)},
+                {"rownames", emptyCell(0, 0)},
+                {"nvars", number(variables.count())},
+                {"varnames", variables.names()},
+                {"props", appendProperties},
+                {"rowDim", appendRowDimension}});
 }
 
 }  // namespace PythonZorvanDataArray::detail

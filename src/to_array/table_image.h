@@ -2,26 +2,24 @@
 // order, types and constants the engine relies on to rebuild them.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "zorvandata/array.h"
-#include "zorvandata/item_list.h"
+#include "zorvandata/tape_builder.h"
 
 namespace PythonZorvanDataArray::detail {
 
-// The variables of a table, in order.
+// The variables of a table, in order, one of which may be the times of its rows.
 struct TableVariables {
-  foundation::zorvandata::ItemList names;  // char rows
-  foundation::zorvandata::ItemList data;   // as many columns
+  std::vector<std::string> names;  // UTF-8
+  std::vector<foundation::zorvandata::Array> data;
   size_t rows = 0;
+  std::optional<size_t> times;
 };
 
-// The times of a timetable's rows, and the name of that dimension.
-struct RowTimes {
-  foundation::zorvandata::Array name;  // a char row
-  foundation::zorvandata::Array data;
-};
-
-// Both throw what the data-array library throws.
-foundation::zorvandata::Array makeTable(TableVariables variables);
-foundation::zorvandata::Array makeTimetable(TableVariables variables, const RowTimes& times);
+// Appends a timetable if there are times, else a table.
+void appendTable(foundation::zorvandata::TapeBuilder& tape, const TableVariables& variables);
 
 }  // namespace PythonZorvanDataArray::detail

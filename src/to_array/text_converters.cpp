@@ -2,28 +2,13 @@
 
 #include <cstring>
 
-#include "to_array/utf8_reader.h"
-#include "util/message_catalogue.h"
 #include "util/py_object_guard.h"
-#include "util/py_object_guard_getter.h"
 #include "util/python_error.h"
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::Array;
-using foundation::zorvandata::ItemList;
-using PythonUtil::PyObjectWithGuard;
-
-namespace {
-
-PyStrToCharOrString& sharedConverter() {
-  static PyStrToCharOrString converter;
-  return converter;
-}
-
-}  // namespace
-
-std::optional<std::u16string> PyStrToCharOrString::convertToUstring(PyObject* obj) {
+std::optional<std::u16string> convertPyStrToUstring(PyObject* obj) {
+  using PythonUtil::PyObjectWithGuard;
   if (!obj) return std::nullopt;
   const auto bytes = PyObjectWithGuard::owned(PyUnicode_AsUTF16String(obj));
   if (!bytes) return std::nullopt;
@@ -37,47 +22,9 @@ std::optional<std::u16string> PyStrToCharOrString::convertToUstring(PyObject* ob
   return text;
 }
 
-std::optional<Array> PyStrToCharOrString::convert(PyObject* obj,
-                                                  const std::optional<Options>& options) {
-  const std::optional<std::u16string> text = convertToUstring(obj);
-  if (!text) return std::nullopt;
-  if (options && options->getConvertPyStrToString()) return getFactory().createScalar(*text);
-  return getFactory().createCharArray(*text);
-}
-
-bool PyStrToCharOrString::appendTo(ItemList& items, PyObject* obj,
-                                   const std::optional<Options>& options) {
-  static Utf8Reader reader;
-  PyObjectWithGuard copy;
-  const std::string_view text = reader.read(obj, copy);
-  if (!text.data()) return false;
-  if (options && options->getConvertPyStrToString()) {
-    items.appendString(text);
-  } else {
-    items.appendText(text);
-  }
-  return true;
-}
-
-std::optional<std::u16string> convertPyStrToUstring(PyObject* obj) {
-  return sharedConverter().convertToUstring(obj);
-}
-
 std::string convertPyStrToString(PyObject* obj) {
   const std::optional<std::u16string> text = convertPyStrToUstring(obj);
   return text ? PythonUtil::ustrToAsciiStr(*text) : std::string();
-}
-
-std::string pyObjAsStdString(PyObject* obj) {
-  using PythonUtil::PyObjectGuardGetter;
-  if (!PyObjectGuardGetter::getAttrString(obj, "__str__", false)) {
-    const std::string message = formatMessage(AttributeNotRetrieved, "__str__");
-    setPythonErrorStr(PyExc_AttributeError, message);
-    setPythonErrorStr(PyExc_IndexError, message);
-  }
-  if (!obj) return "";
-  const auto text = PyObjectWithGuard::owned(PyObject_CallMethod(obj, "__str__", nullptr));
-  return convertPyStrToString(text.get());
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -21,19 +21,13 @@ bool isErrorOfUnknownName() {
 
 // Whether zoneinfo.ZoneInfo accepts the name; absent with a Python error set.
 std::optional<bool> isKnownZone(const DateTimeObjects& objects, const std::string& name) {
-  // Most values of a list are in one zone.
-  static std::string lastKnown;
   if (name.empty()) return false;
-  if (name == lastKnown) return true;
   const auto text = PyObjectWithGuard::owned(
       PyUnicode_FromStringAndSize(name.data(), static_cast<Py_ssize_t>(name.size())));
   if (!text) return std::nullopt;
   const auto zone = PyObjectWithGuard::owned(
       PyObject_CallFunctionObjArgs(objects.zoneInfo.get(), text.get(), nullptr));
-  if (zone) {
-    lastKnown = name;
-    return true;
-  }
+  if (zone) return true;
   if (!isErrorOfUnknownName()) return std::nullopt;
   PyErr_Clear();
   return false;

@@ -2,140 +2,119 @@
 #include <string>
 #include <vector>
 
+#include "to_python/decoder.h"
 #include "to_python/numpy_times.h"
-#include "to_python/text_converters.h"
-#include "to_python/time_objects.h"
 #include "to_python/time_values.h"
 #include "to_python/time_zone_object.h"
 #include "to_python/vectors.h"
-#include "to_python/zorvan_object_to_py_object.h"
 #include "util/message_catalogue.h"
-#include "util/python_error.h"
+#include "zorvandata/text.h"
+#include "zorvandata/typed_array.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::codeOf;
-using foundation::zorvandata::Item;
-using foundation::zorvandata::ItemList;
+using foundation::zorvandata::kindOf;
+using foundation::zorvandata::RecordReader;
+using foundation::zorvandata::TapeReader;
 using foundation::zorvandata::TypedArray;
-using foundation::zorvandata::ValueObject;
-using foundation::zorvandata::ZorvanPropertyIdentifier;
+using PythonUtil::checked;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
+using PythonUtil::raise;
 
 namespace {
 
 constexpr char kClass[] = "datetime";
 
 template <class Time>
-PyObject* makeScalar(Time time, const DatetimeMaker& maker) {
-  if (isNaT(time)) {
-    setPythonErrorStr(PyExc_TypeError, formatMessage(NaTNotSupported));
-    return nullptr;
-  }
+PyObjectWithGuard makeScalar(Time time, const DatetimeMaker& maker) {
+  if (isNaT(time)) raise(PyExc_TypeError, formatMessage(NaTNotSupported));
   if (const auto nanoseconds = neededNanoseconds(time)) {
-    return makeNumpyTime(kDatetime64, *nanoseconds);
+    return checked(makeNumpyTime(kDatetime64, *nanoseconds));
   }
   const std::optional<int64_t> microseconds = countMicroseconds(time, kClass);
-  return microseconds ? maker.make(*microseconds) : nullptr;
+  if (!microseconds) throw PythonErrorSet();
+  return checked(maker.make(*microseconds));
 }
 
-PyObject* makeNaiveArray(const Array& data) {
+PyObjectWithGuard makeNaiveArray(const Array& data) {
   const auto times = countTimes(data, kClass);
-  return times ? makeNumpyTimes(kDatetime64, *times) : nullptr;
+  if (!times) throw PythonErrorSet();
+  return checked(makeNumpyTimes(kDatetime64, *times));
 }
 
-PyObject* makeAwareArray(const Array& data, const DatetimeMaker& maker) {
-  const auto nat = PyObjectWithGuard::owned(makeNumpyNaT());
-  if (!nat) return nullptr;
+PyObjectWithGuard makeAwareArray(const Array& data, const DatetimeMaker& maker) {
+  const auto nat = checked(makeNumpyNaT());
   std::vector<int64_t> counts;
   size_t first = 0;
-  return makeNumpyObjects(data.dimensions(), [&](size_t count) {
+  return checked(makeNumpyObjects(data.dimensions(), [&](size_t count) {
     counts.resize(count);
     if (!countMicrosecondsFrom(data, first, counts, kClass)) return PyObjectWithGuard();
     first += count;
     return PyObjectWithGuard::owned(makeList(count, [&](size_t i) {
       return counts[i] == kNaTCount ? Py_NewRef(nat.get()) : maker.make(counts[i]);
     }));
-  });
+  }));
 }
 
-PyObject* makeDates(const ItemList& items, size_t position, const DatetimeMaker& maker) {
-  const Item item = items[position];
-  const bool isComplex = item.type() == ArrayType::COMPLEX_DOUBLE;
-  if (item.form() == Item::Form::kScalar) {
-    return isComplex ? makeScalar(item.scalar<TimePair>(), maker)
-                     : makeScalar(item.scalar<double>(), maker);
+PyObjectWithGuard makeDates(TapeReader data, const DatetimeMaker& maker) {
+  if (data.peek() == kindOf(ArrayType::COMPLEX_DOUBLE)) {
+    data.kind();
+    const double real = data.real();
+    return makeScalar(TimePair(real, data.real()), maker);
   }
-  const Array data = items.get(position);
-  if (data.getNumberOfElements() == 1) {
-    return isComplex ? makeScalar(*TypedArray<TimePair>(data).begin(), maker)
-                     : makeScalar(*TypedArray<double>(data).begin(), maker);
+  const Array times = data.array();
+  const bool isComplex = times.getType() == ArrayType::COMPLEX_DOUBLE;
+  if (times.getNumberOfElements() == 1) {
+    return isComplex ? makeScalar(*TypedArray<TimePair>(times).begin(), maker)
+                     : makeScalar(*TypedArray<double>(times).begin(), maker);
   }
-  return maker.isAware() ? makeAwareArray(data, maker) : makeNaiveArray(data);
+  return maker.isAware() ? makeAwareArray(times, maker) : makeNaiveArray(times);
 }
 
-void setZoneTypeError(const Array& zone) {
+[[noreturn]] void refuseZone(const Array& zone) {
   const auto& layout = zone.impl().layout();
-  setPythonErrorStr(PyExc_TypeError,
-                    layout && !layout->className.empty()
-                        ? formatMessage(UnexpectedTimeZoneTypeAsStr, layout->className)
-                        : formatMessage(UnexpectedTimeZoneTypeAsInt, codeOf(zone.getType())));
-}
-
-// The maker for the zone that was met last, which in a long list of dates is that of all.
-struct LastZone {
-  std::string name;
-  std::shared_ptr<const DatetimeMaker> maker;
-};
-
-// Kept for good, so that nothing is released after the interpreter has gone.
-LastZone& lastZone() {
-  static auto& last = *new LastZone;
-  return last;
+  raise(PyExc_TypeError, layout && !layout->className.empty()
+                             ? formatMessage(UnexpectedTimeZoneTypeAsStr, layout->className)
+                             : formatMessage(UnexpectedTimeZoneTypeAsInt, codeOf(zone.getType())));
 }
 
 }  // namespace
 
-std::shared_ptr<const DatetimeMaker> ZorvanObjectToPyObject::datetimeMakerOf(
-    const ObjectElement& object) const {
-  const std::optional<size_t> position = findProperty(object, "tz");
-  const Item tz = position ? object.objects.items()[*position] : Item();
-  const bool isText = tz.form() == Item::Form::kText;
-  if (isText && lastZone().maker && tz.utf8() == lastZone().name) return lastZone().maker;
-
-  const auto zone = PyObjectWithGuard::owned(convertTimeZone(object));
-  if (!zone) return nullptr;
-  auto maker = DatetimeMaker::forZone(zone.get());
-  if (isText && maker) lastZone() = {std::string(tz.utf8()), maker};
-  return maker;
+PyObjectWithGuard zoneOf(const RecordReader& object) {
+  const TapeReader* zone = object.find("tz");
+  if (!zone) raise(PyExc_ValueError, formatMessage(PropertyNotFoundInObject, "tz", kClass));
+  const Array text = TapeReader(*zone).array();
+  if (text.getType() != ArrayType::CHAR) refuseZone(text);
+  Decoder decoder;
+  return checked(makeTimeZone(decoder.array(text).get()));
 }
 
-PyObject* ZorvanObjectToPyObject::convertTimeZone(const ObjectElement& element) const {
-  static const CharToPyStr toText;
-  const ValueObject object = Array::share(element.objects)[element.element];
-  const ZorvanPropertyIdentifier property("tz");
-  const ArrayType type = getPropertyValueType(object, property);
-  if (type == ArrayType::UNKNOWN) {
-    setPythonErrorStr(PyExc_ValueError, formatMessage(PropertyNotFoundInObject, "tz", kClass));
-    return nullptr;
+const DatetimeMaker& Decoder::datetimeMaker(const RecordReader& object) {
+  // In a long list of dates all are in one zone.
+  const TapeReader* zone = object.find("tz");
+  std::optional<std::string_view> name;
+  if (zone && zone->peek() == kindOf(ArrayType::CHAR)) {
+    TapeReader text = *zone;
+    text.kind();
+    name = text.text();
+    if (lastMaker_ && lastZone_ == name) return *lastMaker_;
   }
-  if (type != ArrayType::CHAR) {
-    setZoneTypeError(object[property]);
-    return nullptr;
-  }
-  const auto name = PyObjectWithGuard::owned(getPropertyValue(object, property, &toText));
-  return name ? makeTimeZone(name.get()) : nullptr;
+  auto maker = DatetimeMaker::forZone(zoneOf(object).get());
+  if (!maker) throw PythonErrorSet();
+  lastMaker_ = std::move(maker);
+  lastZone_ = name;
+  return *lastMaker_;
 }
 
-PyObject* ZorvanObjectToPyObject::convertDatetime(const ObjectElement& object) const {
-  if (!typedProperty(object, kClass, "fmt", {ArrayType::CHAR})) return nullptr;
-  const auto data =
-      typedProperty(object, kClass, "data", {ArrayType::COMPLEX_DOUBLE, ArrayType::DOUBLE});
-  if (!data) return nullptr;
-  const auto maker = datetimeMakerOf(object);
-  return maker ? makeDates(object.objects.items(), *data, *maker) : nullptr;
+PyObjectWithGuard makeDatetime(Decoder& decoder, const RecordReader& object) {
+  requireProperty(object, kClass, "fmt", {ArrayType::CHAR});
+  const TapeReader data =
+      requireProperty(object, kClass, "data", {ArrayType::COMPLEX_DOUBLE, ArrayType::DOUBLE});
+  return makeDates(data, decoder.datetimeMaker(object));
 }
 
 }  // namespace PythonZorvanDataArray::detail

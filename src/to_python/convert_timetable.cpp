@@ -1,22 +1,24 @@
 // The engine's timetable as a pandas.DataFrame whose index is the row times.
 #include "to_python/data_frame_assembly.h"
+#include "to_python/decoder.h"
+#include "to_python/table_columns.h"
 #include "to_python/table_image.h"
-#include "to_python/text_converters.h"
-#include "to_python/zorvan_object_to_py_object.h"
 #include "util/message_catalogue.h"
-#include "util/python_error.h"
 
 namespace PythonZorvanDataArray::detail {
 
 using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
-using foundation::zorvandata::StructArray;
-using foundation::zorvandata::ZorvanFieldIdentifier;
+using foundation::zorvandata::Dimensions;
+using foundation::zorvandata::Items;
+using foundation::zorvandata::makeArray;
+using foundation::zorvandata::RecordReader;
+using PythonUtil::check;
+using PythonUtil::checked;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::raise;
 
 namespace {
-
-constexpr char kClass[] = "timetable";
 
 // What is read of the saved image.
 struct SavedTimeTable {
@@ -26,79 +28,64 @@ struct SavedTimeTable {
   Array dimNames;
 };
 
-std::optional<Array> fieldOf(const StructArray& saved, const char* name) {
-  const auto& layout = *saved.impl().layout();
-  if (layout.find(name) < layout.names.size()) return saved[0][ZorvanFieldIdentifier(name)];
-  setTableError(formatMessage(PropertyNotFoundInObject, name, kClass));
-  return std::nullopt;
-}
-
-std::optional<SavedTimeTable> readTimeTable(const Array& array) {
-  const auto saved = propertyOf(array, "__CustomSave", {ArrayType::STRUCT});
-  if (!saved) return std::nullopt;
-  if (saved->getNumberOfElements() != 1) {
-    setPythonErrorStr(PyExc_ValueError, formatMessage(StructArrayFromZorvan));
-    return std::nullopt;
+SavedTimeTable readTimeTable(const Array& array) {
+  const Array saved = propertyOf(array, "__CustomSave", {ArrayType::STRUCT});
+  if (saved.getNumberOfElements() != 1) {
+    raise(PyExc_ValueError, formatMessage(StructArrayFromZorvan));
   }
-  const StructArray fields(*saved);
-  std::optional<Array> found[4];
-  size_t i = 0;
-  for (const char* name : {"data", "varNames", "rowTimes", "dimNames"}) {
-    found[i] = fieldOf(fields, name);
-    if (!found[i++]) return std::nullopt;
-  }
-  return SavedTimeTable{*found[0], *found[1], *found[2], *found[3]};
+  const RecordReader fields(saved);
+  const auto fieldOf = [&fields](const char* name) {
+    const auto value = fields.find(name);
+    if (!value) throwTableError(formatMessage(PropertyNotFoundInObject, name, "timetable"));
+    return value->arrayHere();
+  };
+  return {fieldOf("data"), fieldOf("varNames"), fieldOf("rowTimes"), fieldOf("dimNames")};
 }
 
 // The first dimension's name.
-PyObject* convertIndexName(const Array& dimNames) {
-  static const CharToPyStr toText;
+PyObjectWithGuard makeIndexName(Decoder& decoder, const Array& dimNames) {
   if (dimNames.getType() == ArrayType::CELL && !dimNames.isEmpty()) {
-    const Array name = foundation::zorvandata::TypedArray<Array>(dimNames)[0];
-    if (name.getType() == ArrayType::CHAR) return toText.convert(name);
+    const Array name = dimNames.impl().items().get(0);
+    if (name.getType() == ArrayType::CHAR) return decoder.array(name);
   }
-  setTableError("'dimNames' of ZORVAN timetable do not begin with a text");
-  return nullptr;
+  throwTableError("'dimNames' of ZORVAN timetable do not begin with a text");
 }
 
-Array makeTable(const SavedTimeTable& saved,
-                const foundation::zorvandata::standalone::ClientArrayFactory& factory) {
-  Array table = factory.createValueObjectScalar({"table"}, {{"data"}, {"varnames"}, {"rownames"}});
-  table[0]["data"] = saved.data;
-  table[0]["varnames"] = saved.varNames;
-  table[0]["rownames"] = factory.createCellArray({0, 0});
-  return table;
+PyObjectWithGuard makeRowTimes(Decoder& decoder, const Array& rowTimes) {
+  const std::string_view className = valueObjectClass(rowTimes);
+  if (className == "datetime" || className == "duration") {
+    try {
+      auto index = makeTimeColumn(rowTimes);
+      const Py_ssize_t count = PyObject_Size(index.get());
+      // A single time stands for itself, which NaT cannot.
+      if (count == 1) decoder.array(rowTimes);
+      if (count >= 0) return index;
+    } catch (const PythonUtil::PythonErrorSet&) {
+      PyErr_Clear();  // told below
+    }
+  }
+  raise(PyExc_TypeError, formatMessage(InvalidRowTimesIndexTimeTable));
+}
+
+Array tableOf(const SavedTimeTable& saved) {
+  const Array noNames = makeArray(ArrayType::CELL, Dimensions(0, 0), Items());
+  return makeArray(ArrayType::VALUE_OBJECT, Dimensions::scalar(),
+                   Items({saved.data, saved.varNames, noNames}),
+                   foundation::zorvandata::makeLayout("table", {"data", "varnames", "rownames"}));
 }
 
 }  // namespace
 
-PyObject* ZorvanObjectToPyObject::convertRowTimes(const Array& rowTimes) const {
-  const std::string& className = valueObjectClass(rowTimes);
-  PyObjectWithGuard index;
-  if (className == "datetime" || className == "duration") {
-    index = PyObjectWithGuard::owned(processDurationAndDateTimeColumnData(rowTimes));
-    // A single time stands for itself, which NaT cannot.
-    if (index && PyObject_Size(index.get()) == 1 && !PyObjectWithGuard::owned(convert(rowTimes))) {
-      index = {};
-    }
-  }
-  if (!index) setPythonErrorStr(PyExc_TypeError, formatMessage(InvalidRowTimesIndexTimeTable));
-  return index.release();
-}
-
-PyObject* ZorvanObjectToPyObject::convertTimeTable(const Array& array) const {
-  if (!canMakeDataFrames()) return convertToGenericZorvanDotObject(array);
-  const auto saved = readTimeTable(array);
-  if (!saved) return nullptr;
-  const auto name = PyObjectWithGuard::owned(convertIndexName(saved->dimNames));
-  if (!name) return nullptr;
-  const auto times = PyObjectWithGuard::owned(convertRowTimes(saved->rowTimes));
-  if (!times) return nullptr;
-  auto frame = PyObjectWithGuard::owned(convertTable(makeTable(*saved, getFactory())));
-  if (!frame || !setDataFrameIndex(frame.get(), times.get(), "row times")) return nullptr;
-  const auto index = PyObjectWithGuard::owned(PyObject_GetAttrString(frame.get(), "index"));
-  if (!index || PyObject_SetAttrString(index.get(), "name", name.get()) != 0) return nullptr;
-  return frame.release();
+PyObjectWithGuard makeTimetable(Decoder& decoder, const Array& timetable) {
+  if (!canMakeDataFrames()) return makeZorvanObject(timetable);
+  const SavedTimeTable saved = readTimeTable(timetable);
+  const auto name = makeIndexName(decoder, saved.dimNames);
+  const auto times = makeRowTimes(decoder, saved.rowTimes);
+  auto frame = makeTable(decoder, tableOf(saved));
+  setDataFrameIndex(frame.get(), times.get(), "row times");
+  const auto index = checked(PyObject_GetAttrString(frame.get(), "index"));
+  check(PyObject_SetAttrString(index.get(), "name", name.get()));
+  return frame;
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,31 +1,33 @@
 #include "to_python/create_py_object.h"
 
-#include "to_python/conversion_scope.h"
-#include "to_python/converter_factory.h"
-#include "util/python_error.h"
+#include "to_python/decoder.h"
 
 namespace PythonZorvanDataArray {
+namespace {
 
-using foundation::zorvandata::Array;
-using foundation::zorvandata::ArrayType;
-
-PyObject* createPyObject(Array& array) noexcept {
-  try {
-    const ArrayType type = array.getType();
-    if (isSparse(type)) {
-      detail::setSparseError();
-      return nullptr;
-    }
-    if (type == ArrayType::UNKNOWN || type == ArrayType::ENUMERATION) {
-      detail::setUnsupportedTypeError(type);
-      return nullptr;
-    }
-    const detail::ConversionScope scope;
-    return detail::ConvertZDAToPyObjectFactory::convertArray(array);
-  } catch (...) {
-    PythonUtil::setPythonErrorFromException();
-    return nullptr;
+// A result is a tree of many new containers, which the collector would search again and again in
+// vain. The state found is restored; scopes may be nested.
+class CollectorPause {
+ public:
+  CollectorPause() : collecting_(PyGC_Disable() != 0) {}
+  ~CollectorPause() {
+    if (collecting_) PyGC_Enable();
   }
+  CollectorPause(const CollectorPause&) = delete;
+  CollectorPause& operator=(const CollectorPause&) = delete;
+
+ private:
+  bool collecting_;
+};
+
+}  // namespace
+
+PythonUtil::PyObjectWithGuard createPyObject(
+    const foundation::zorvandata::Tape& tape,
+    const std::optional<foundation::zorvandata::Array>& error) {
+  const CollectorPause pause;
+  detail::Decoder decoder;
+  return error ? decoder.array(*error) : decoder.outputs(tape);
 }
 
 }  // namespace PythonZorvanDataArray

@@ -1,15 +1,20 @@
 #include "to_python/data_frame_assembly.h"
 
+#include <map>
+
 #include "to_python/imported_attribute.h"
 #include "to_python/table_image.h"
 #include "to_python/vectors.h"
 #include "util/message_catalogue.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 
 namespace PythonZorvanDataArray::detail {
 
+using PythonUtil::check;
+using PythonUtil::checked;
 using PythonUtil::PyObjectGuardGetter;
 using PythonUtil::PyObjectWithGuard;
+using PythonUtil::PythonErrorSet;
 
 namespace {
 
@@ -21,6 +26,24 @@ PyObject* makeStr(const std::string& utf8) {
   return PyUnicode_DecodeUTF8(utf8.data(), static_cast<Py_ssize_t>(utf8.size()), "strict");
 }
 
+PyObjectWithGuard makeDict(const std::vector<std::string>& names,
+                           const std::vector<PyObjectWithGuard>& columns) {
+  struct Tally {
+    size_t count = 0;
+    size_t numbered = 0;
+  };
+  std::map<std::string, Tally> tallies;
+  for (const std::string& name : names) ++tallies[name].count;
+  auto dict = checked(PyDict_New());
+  for (size_t i = 0; i < columns.size(); ++i) {
+    Tally& tally = tallies[names[i]];
+    const std::string suffix = tally.count > 1 ? "_" + std::to_string(++tally.numbered) : "";
+    const auto key = checked(makeStr(names[i] + suffix));
+    check(PyDict_SetItem(dict.get(), key.get(), columns[i].get()));
+  }
+  return dict;
+}
+
 }  // namespace
 
 bool canMakeDataFrames() {
@@ -28,58 +51,38 @@ bool canMakeDataFrames() {
          PyObjectGuardGetter::getModule("pandas", false);
 }
 
-void addAndTrackColName(std::vector<std::string>& names, std::map<std::string, bool>& seenOnce,
-                        const std::string& name) {
-  names.push_back(name);
-  const auto [place, isNew] = seenOnce.emplace(name, true);
-  if (!isNew) place->second = false;
-}
-
-PyObject* createDataDictWithUniqueNames(const std::map<std::string, bool>& seenOnce,
-                                        const std::vector<PyObjectWithGuard>& columns,
-                                        const std::vector<std::string>& names) {
-  auto dict = PyObjectWithGuard::owned(PyDict_New());
-  if (!dict) return nullptr;
-  std::map<std::string, size_t> counters;
-  for (size_t i = 0; i < columns.size(); ++i) {
-    std::string name = names[i];
-    if (!seenOnce.at(name)) name += "_" + std::to_string(++counters[names[i]]);
-    const auto key = PyObjectWithGuard::owned(makeStr(name));
-    if (!key || PyDict_SetItem(dict.get(), key.get(), columns[i].get()) != 0) return nullptr;
-  }
-  return dict.release();
-}
-
-PyObject* makeDataFrame(PyObject* dict) {
-  static ImportedAttribute dataFrame("pandas", "DataFrame");
-  if (!dataFrame.get()) return nullptr;
-  const auto arguments = PyObjectWithGuard::owned(PyTuple_Pack(1, dict));
-  const auto options = PyObjectWithGuard::owned(PyDict_New());
-  if (!arguments || !options) return nullptr;
-  PyObject* copy = PyDict_Size(dict) > kMostPieces ? Py_True : Py_False;
-  if (PyDict_SetItemString(options.get(), "copy", copy) != 0) return nullptr;
-  PyObject* frame = PyObject_Call(dataFrame.get(), arguments.get(), options.get());
-  if (!frame) setPythonErrorStr(PyExc_TypeError, formatMessage(UnableToCreateDataFrame));
+PyObjectWithGuard makeDataFrame(const std::vector<std::string>& names,
+                                const std::vector<PyObjectWithGuard>& columns) {
+  static ImportedAttribute attribute("pandas", "DataFrame");
+  const auto dict = makeDict(names, columns);
+  const auto dataFrame = checked(Py_XNewRef(attribute.get()));
+  const auto arguments = checked(PyTuple_Pack(1, dict.get()));
+  PyObject* copy = PyDict_Size(dict.get()) > kMostPieces ? Py_True : Py_False;
+  const auto options = checked(Py_BuildValue("{sO}", "copy", copy));
+  auto frame =
+      PyObjectWithGuard::owned(PyObject_Call(dataFrame.get(), arguments.get(), options.get()));
+  if (!frame) PythonUtil::raise(PyExc_TypeError, formatMessage(UnableToCreateDataFrame));
   return frame;
 }
 
-bool setDataFrameIndex(PyObject* frame, PyObject* labels, const char* what) {
+void setDataFrameIndex(PyObject* frame, PyObject* labels, const char* what) {
   const auto columns = PyObjectGuardGetter::getAttrString(frame, "columns", true);
-  if (!columns) return false;
+  if (!columns) throw PythonErrorSet();
   const Py_ssize_t columnCount = PyObject_Size(columns.get());
   const Py_ssize_t rows = PyObject_Size(frame);
   const Py_ssize_t count = PyObject_Size(labels);
-  if (columnCount < 0 || rows < 0 || count < 0) return false;
-  if (columnCount == 0 || rows == count) return PyObject_SetAttrString(frame, "index", labels) == 0;
-  setTableError("ZORVAN table has " + std::to_string(rows) + " rows and " + std::to_string(count) +
-                " " + what);
-  return false;
+  if (columnCount < 0 || rows < 0 || count < 0) throw PythonErrorSet();
+  if (columnCount != 0 && rows != count) {
+    throwTableError("ZORVAN table has " + std::to_string(rows) + " rows and " +
+                    std::to_string(count) + " " + what);
+  }
+  check(PyObject_SetAttrString(frame, "index", labels));
 }
 
-bool updateDataFrameIndex(const std::vector<std::string>& rowNames, PyObject* frame) {
-  const auto labels = PyObjectWithGuard::owned(
-      makeList(rowNames.size(), [&rowNames](size_t i) { return makeStr(rowNames[i]); }));
-  return labels && setDataFrameIndex(frame, labels.get(), "row names");
+void updateDataFrameIndex(const std::vector<std::string>& rowNames, PyObject* frame) {
+  const auto labels =
+      checked(makeList(rowNames.size(), [&rowNames](size_t i) { return makeStr(rowNames[i]); }));
+  setDataFrameIndex(frame, labels.get(), "row names");
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "to_python/convert_zda_to_nd_py_array.h"
 #include "to_python/imported_attribute.h"
+#include "types/ndpy_array_bridge.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -29,7 +29,7 @@ PyObjectWithGuard reversedShape(const Dimensions& dims) {
 PyObject* makeNumpyTimes(NumpyTimeClass timeClass, const TimeCounts& times) {
   static ImportedAttribute asarray("numpy", "asarray");
   if (!asarray.get()) return nullptr;
-  const auto memory = PyObjectWithGuard::owned(toNdPyArray(times.counts));
+  const auto memory = PyObjectWithGuard::owned(PythonNdPyArray::ndArrayFromArray(times.counts));
   if (!memory) return nullptr;
   const auto integers =
       PyObjectWithGuard::owned(PyObject_CallFunctionObjArgs(asarray.get(), memory.get(), nullptr));

@@ -1,24 +1,24 @@
 #include "to_python/table_arrow_texts.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <vector>
 
 #include "to_python/imported_attribute.h"
-#include "util/py_object_guard.h"
-#include "zorvandata/item_column.h"
+#include "util/reference.h"
+#include "zorvandata/tape_reader.h"
 #include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
-using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Buffer;
-using foundation::zorvandata::Item;
-using foundation::zorvandata::ItemColumn;
-using foundation::zorvandata::ItemList;
+using foundation::zorvandata::kTextNumbers;
+using foundation::zorvandata::readVarint;
 using foundation::zorvandata::Storage;
-using foundation::zorvandata::TextColumn;
-using foundation::zorvandata::TextColumnBuilder;
+using foundation::zorvandata::takesNumber;
+using foundation::zorvandata::TapeReader;
+using foundation::zorvandata::Texts;
+using PythonUtil::checked;
 using PythonUtil::PyObjectGuardGetter;
 using PythonUtil::PyObjectWithGuard;
 
@@ -27,70 +27,156 @@ namespace {
 // For fewer it takes longer to find out how pandas keeps them.
 constexpr size_t kFew = 1000;
 
-TextColumn gatherTexts(const ItemList& strings) {
-  const size_t count = strings.size();
-  TextColumnBuilder builder(ArrayType::ZORVAN_STRING, count);
-  Buffer present = Buffer::zeros((count + 7) / 8);
-  std::byte* bits = present.mutableData();
-  bool anyMissing = false;
-  for (size_t i = 0; i < count; ++i) {
-    const Item text = strings[i];
-    const bool isMissing = text.form() == Item::Form::kMissing;
-    builder.append(isMissing ? std::string_view() : text.utf8());
-    if (!isMissing) bits[i / 8] |= std::byte{1} << (i % 8);
-    anyMissing |= isMissing;
+// As Arrow lays out large strings.
+struct ArrowTexts {
+  explicit ArrowTexts(size_t texts)
+      : count(texts), offsets(Buffer::uninitialized((texts + 1) * sizeof(int64_t))) {}
+  int64_t* firstOffset() { return reinterpret_cast<int64_t*>(offsets.mutableData()); }
+
+  size_t count;
+  Buffer offsets;  // int64, one more than there are texts
+  Buffer bytes;
+  Buffer present;  // a bit each; empty when no text is missing
+};
+
+// A text that comes again and again. Most are short: a copy of fixed size is one instruction, and
+// may write beyond the text.
+struct Repeated {
+  static constexpr size_t kShort = 16;
+
+  Repeated() = default;
+  explicit Repeated(std::string_view text) : whole(text) { text.copy(start.data(), kShort); }
+  // To where there is room for kShort bytes more; returns the end.
+  char* copyTo(char* out) const {
+    std::memcpy(out, start.data(), kShort);
+    if (whole.size() > kShort) std::memcpy(out, whole.data(), whole.size());
+    return out + whole.size();
   }
-  TextColumn column = builder.finish();
-  if (anyMissing) column.present = std::move(present);
+
+  std::array<char, kShort> start;  // as far as the text goes
+  std::string_view whole;
+};
+
+// Fills bytes of that size, of which copy(out) writes the texts end to end.
+template <class Copy>
+Buffer gatherBytes(size_t size, const Copy& copy) {
+  Buffer bytes = Buffer::uninitialized(size + Repeated::kShort);
+  copy(reinterpret_cast<char*>(bytes.mutableData()));
+  return Buffer::shared(bytes.toStorage(), size);
+}
+
+// Whether the next eight codes are of one byte each, and none of a missing text.
+bool areShort(const uint8_t* codes) {
+  uint64_t eight = 0;
+  std::memcpy(&eight, codes, sizeof(eight));
+  return ((eight | (eight - 0x0101010101010101)) & 0x8080808080808080) == 0;
+}
+
+// Offsets and bits of all texts; returns the size of their bytes.
+template <bool kAreRepeated>
+size_t layOut(const Texts& texts, ArrowTexts& column) {
+  constexpr size_t kByte = 8;
+  std::array<uint8_t, kTextNumbers> lengths;  // by number
+  size_t numbered = 0;
+  const auto lengthOf = [&](uint64_t code) -> size_t {
+    if (kAreRepeated && TapeReader::isNumber(code)) return lengths[code / 2];
+    if (TapeReader::isMissing(code)) return 0;
+    const size_t length = TapeReader::lengthOf(code);
+    if (kAreRepeated && takesNumber(length)) {
+      lengths[numbered++ % kTextNumbers] = static_cast<uint8_t>(length);
+    }
+    return length;
+  };
+  const auto* codes = reinterpret_cast<const uint8_t*>(texts.codes().data());
+  int64_t* offset = column.firstOffset();
+  Buffer present = Buffer::uninitialized((column.count + kByte - 1) / kByte);
+  auto* bits = reinterpret_cast<uint8_t*>(present.mutableData());
+  bool isAnyMissing = false;
+  size_t size = 0;
+  for (size_t i = 0; i < column.count; i += kByte) {
+    const size_t count = std::min(kByte, column.count - i);
+    const unsigned all = (1u << count) - 1;
+    unsigned areThere = 0;
+    if (!kAreRepeated && count == kByte && areShort(codes)) {
+      for (size_t k = 0; k < kByte; ++k) {
+        offset[i + k] = static_cast<int64_t>(size);
+        size += TapeReader::lengthOf(*codes++);
+      }
+      areThere = all;
+    } else {
+      for (size_t k = 0; k < count; ++k) {
+        const uint64_t code = readVarint(codes);
+        areThere |= static_cast<unsigned>(!TapeReader::isMissing(code)) << k;
+        offset[i + k] = static_cast<int64_t>(size);
+        size += lengthOf(code);
+      }
+    }
+    *bits++ = static_cast<uint8_t>(areThere);
+    isAnyMissing |= areThere != all;
+  }
+  offset[column.count] = static_cast<int64_t>(size);
+  if (isAnyMissing) column.present = std::move(present);
+  return size;
+}
+
+// The bytes of texts of which some are told by number.
+void unfold(const Texts& texts, char* out) {
+  std::vector<Repeated> numbered(kTextNumbers);
+  size_t count = 0;
+  const auto* codes = reinterpret_cast<const uint8_t*>(texts.codes().data());
+  const auto* bytes = reinterpret_cast<const char*>(texts.bytes().data());
+  for (size_t i = texts.size(); i > 0; --i) {
+    const uint64_t code = readVarint(codes);
+    if (TapeReader::isNumber(code)) {
+      out = numbered[code / 2].copyTo(out);
+      continue;
+    }
+    if (TapeReader::isMissing(code)) continue;
+    const std::string_view text(bytes, TapeReader::lengthOf(code));
+    std::memcpy(out, text.data(), text.size());
+    bytes += text.size();
+    out += text.size();
+    if (takesNumber(text.size())) numbered[count++ % kTextNumbers] = Repeated(text);
+  }
+}
+
+ArrowTexts layOut(const Texts& texts) {
+  ArrowTexts column(texts.size());
+  if (texts.areRepeated()) {
+    const size_t size = layOut<true>(texts, column);
+    column.bytes = gatherBytes(size, [&texts](char* out) { unfold(texts, out); });
+  } else {
+    layOut<false>(texts, column);
+    column.bytes = texts.bytes();
+  }
   return column;
 }
 
-// The texts at the positions, one after the other.
 template <class Position>
-TextColumn gatherTexts(const TextColumn& distinct, const Position* positions, size_t count) {
-  // Most are short: a copy of fixed size is one instruction, and may write beyond the text.
-  constexpr size_t kShort = 16;
-  struct Text {
-    std::array<char, kShort> start;
-    std::string_view whole;
+ArrowTexts layOut(const std::vector<std::string>& distinct, const Position* positions,
+                  size_t count) {
+  std::vector<Repeated> texts(distinct.begin(), distinct.end());
+  const auto textAt = [&](size_t i) -> const Repeated& {
+    return texts[static_cast<size_t>(positions[i])];
   };
-  std::vector<Text> texts(distinct.size());
-  for (size_t i = 0; i < texts.size(); ++i) {
-    texts[i].whole = distinct.text(i);
-    texts[i].whole.copy(texts[i].start.data(), kShort);
-  }
-  Buffer offsets = Buffer::uninitialized((count + 1) * sizeof(int64_t));
-  auto* offset = reinterpret_cast<int64_t*>(offsets.mutableData());
+  ArrowTexts column(count);
+  int64_t* offset = column.firstOffset();
   size_t size = 0;
   for (size_t i = 0; i < count; ++i) {
     offset[i] = static_cast<int64_t>(size);
-    size += texts[static_cast<size_t>(positions[i])].whole.size();
+    size += textAt(i).whole.size();
   }
   offset[count] = static_cast<int64_t>(size);
-  Buffer bytes = Buffer::uninitialized(size + kShort);
-  std::byte* out = bytes.mutableData();
-  for (size_t i = 0; i < count; ++i) {
-    const Text& text = texts[static_cast<size_t>(positions[i])];
-    std::memcpy(out, text.start.data(), kShort);
-    if (text.whole.size() > kShort) std::memcpy(out, text.whole.data(), text.whole.size());
-    out += text.whole.size();
-  }
-  return {
-      ArrayType::ZORVAN_STRING, std::move(offsets), Buffer::shared(bytes.toStorage(), size), {}};
+  column.bytes = gatherBytes(size, [&](char* out) {
+    for (size_t i = 0; i < count; ++i) out = textAt(i).copyTo(out);
+  });
+  return column;
 }
 
 // Surrogates, and nothing else in stored text, have ED and a byte from A0 on.
-bool hasSurrogates(const TextColumn& column) {
-  const std::string_view bytes = column.all();
-  if (column.isAscii || foundation::zorvandata::isAscii(bytes)) return false;
-  const auto* next = reinterpret_cast<const unsigned char*>(bytes.data());
-  const unsigned char* end = next + bytes.size();
-  while (next < end) {
-    next =
-        static_cast<const unsigned char*>(std::memchr(next, 0xED, static_cast<size_t>(end - next)));
-    if (!next) return false;
-    ++next;
-    if (next < end && *next >= 0xA0) return true;
+bool hasSurrogates(std::string_view text) {
+  for (size_t at = 0; (at = text.find('\xED', at)) != std::string_view::npos; ++at) {
+    if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
   }
   return false;
 }
@@ -101,40 +187,28 @@ void releaseStorage(PyObject* capsule) {
   delete static_cast<std::shared_ptr<Storage>*>(PyCapsule_GetPointer(capsule, kCapsule));
 }
 
-// Python's share of the memory.
-PyObjectWithGuard holderOf(const Buffer& buffer) {
-  auto share = std::make_unique<std::shared_ptr<Storage>>(buffer.toStorage());
-  auto capsule = PyObjectWithGuard::owned(PyCapsule_New(share.get(), kCapsule, releaseStorage));
-  if (capsule) static_cast<void>(share.release());
-  return capsule;
-}
-
-// A pyarrow.Buffer on the memory, which nobody may write to any more.
+// A pyarrow.Buffer on the memory, which nobody may write to any more and of which it has a share.
 PyObjectWithGuard arrowBuffer(const Buffer& buffer) {
-  static ImportedAttribute makeBuffer("pyarrow", "foreign_buffer");
-  if (!makeBuffer.get()) return {};
-  const PyObjectWithGuard holder = holderOf(buffer);
-  if (!holder) return {};
-  const auto* storage =
-      static_cast<std::shared_ptr<Storage>*>(PyCapsule_GetPointer(holder.get(), kCapsule));
-  return PyObjectWithGuard::owned(PyObject_CallFunction(
-      makeBuffer.get(), "nnO", reinterpret_cast<Py_ssize_t>((*storage)->data()),
-      static_cast<Py_ssize_t>(buffer.size()), holder.get()));
+  static ImportedAttribute attribute("pyarrow", "foreign_buffer");
+  const auto makeBuffer = checked(Py_XNewRef(attribute.get()));
+  auto share = std::make_unique<std::shared_ptr<Storage>>(buffer.toStorage());
+  const auto address = reinterpret_cast<Py_ssize_t>((*share)->data());
+  const auto holder = checked(PyCapsule_New(share.get(), kCapsule, releaseStorage));
+  static_cast<void>(share.release());
+  return checked(PyObject_CallFunction(makeBuffer.get(), "nnO", address,
+                                       static_cast<Py_ssize_t>(buffer.size()), holder.get()));
 }
 
-PyObjectWithGuard arrowArray(const TextColumn& column) {
-  static ImportedAttribute arrayClass("pyarrow", "LargeStringArray");
-  if (!arrayClass.get()) return {};
+PyObjectWithGuard arrowArray(const ArrowTexts& column) {
+  static ImportedAttribute attribute("pyarrow", "LargeStringArray");
+  const auto arrayClass = checked(Py_XNewRef(attribute.get()));
   const auto offsets = arrowBuffer(column.offsets);
-  if (!offsets) return {};
   const auto bytes = arrowBuffer(column.bytes);
-  if (!bytes) return {};
   const auto present = column.present.size() > 0 ? arrowBuffer(column.present)
                                                  : PyObjectWithGuard::newReference(Py_None);
-  if (!present) return {};
-  return PyObjectWithGuard::owned(PyObject_CallMethod(arrayClass.get(), "from_buffers", "nOOO",
-                                                      static_cast<Py_ssize_t>(column.size()),
-                                                      offsets.get(), bytes.get(), present.get()));
+  return checked(PyObject_CallMethod(arrayClass.get(), "from_buffers", "nOOO",
+                                     static_cast<Py_ssize_t>(column.count), offsets.get(),
+                                     bytes.get(), present.get()));
 }
 
 // The dtype that pandas gives to texts if it has them in Arrow arrays; options decide on that, so
@@ -154,36 +228,42 @@ PyObjectWithGuard arrowTextType() {
   return isArrow ? std::move(dtype) : PyObjectWithGuard();
 }
 
-std::optional<PyObject*> makeTexts(const TextColumn& column, const PyObjectWithGuard& dtype) {
-  static ImportedAttribute makeArray("pandas", "array");
-  if (hasSurrogates(column)) return std::nullopt;
-  const PyObjectWithGuard texts = arrowArray(column);
-  if (!texts || !makeArray.get()) return nullptr;
-  return PyObject_CallFunctionObjArgs(makeArray.get(), texts.get(), dtype.get(), nullptr);
+// A pandas array of what layOut() gives.
+template <class LayOut>
+std::optional<PyObjectWithGuard> makeTexts(size_t count, const LayOut& layOut) {
+  static ImportedAttribute attribute("pandas", "array");
+  if (count < kFew) return std::nullopt;
+  const PyObjectWithGuard dtype = arrowTextType();
+  if (!dtype) return std::nullopt;
+  const std::optional<ArrowTexts> column = layOut();
+  if (!column) return std::nullopt;
+  const PyObjectWithGuard texts = arrowArray(*column);
+  const auto makeArray = checked(Py_XNewRef(attribute.get()));
+  return checked(PyObject_CallFunctionObjArgs(makeArray.get(), texts.get(), dtype.get(), nullptr));
 }
 
 }  // namespace
 
-std::optional<PyObject*> makeArrowTexts(const ItemList& strings) {
-  if (strings.size() < kFew) return std::nullopt;
-  const PyObjectWithGuard dtype = arrowTextType();
-  if (!dtype) return std::nullopt;
-  const ItemColumn* column = strings.column();
-  const auto* texts = column ? column->as<TextColumn>() : nullptr;
-  return makeTexts(texts ? *texts : gatherTexts(strings), dtype);
+std::optional<PyObjectWithGuard> makeArrowTexts(const Texts& texts) {
+  return makeTexts(texts.size(), [&texts]() -> std::optional<ArrowTexts> {
+    const auto* bytes = reinterpret_cast<const char*>(texts.bytes().data());
+    if (hasSurrogates({bytes, texts.bytes().size()})) return std::nullopt;
+    return layOut(texts);
+  });
 }
 
 template <class Position>
-std::optional<PyObject*> makeArrowTexts(const TextColumn& distinct, const Position* positions,
-                                        size_t count) {
-  if (count < kFew) return std::nullopt;
-  const PyObjectWithGuard dtype = arrowTextType();
-  if (!dtype) return std::nullopt;
-  return makeTexts(gatherTexts(distinct, positions, count), dtype);
+std::optional<PyObjectWithGuard> makeArrowTexts(const std::vector<std::string>& distinct,
+                                                const Position* positions, size_t count) {
+  return makeTexts(count, [&]() -> std::optional<ArrowTexts> {
+    if (std::any_of(distinct.begin(), distinct.end(), hasSurrogates)) return std::nullopt;
+    return layOut(distinct, positions, count);
+  });
 }
 
-#define ZORVAN_INSTANTIATE(Position) \
-  template std::optional<PyObject*> makeArrowTexts(const TextColumn&, const Position*, size_t);
+#define ZORVAN_INSTANTIATE(Position)                                                        \
+  template std::optional<PyObjectWithGuard> makeArrowTexts(const std::vector<std::string>&, \
+                                                           const Position*, size_t);
 ZORVAN_INSTANTIATE(int8_t)
 ZORVAN_INSTANTIATE(uint8_t)
 ZORVAN_INSTANTIATE(int16_t)

@@ -2,8 +2,7 @@
 
 #include "to_python/table_columns.h"
 #include "util/message_catalogue.h"
-#include "util/nesting_guard.h"
-#include "util/python_error.h"
+#include "util/reference.h"
 #include "zorvandata/array_impl.h"
 #include "zorvandata/typed_array.h"
 
@@ -15,9 +14,13 @@ using foundation::zorvandata::Buffer;
 using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::elementSize;
 using foundation::zorvandata::isDense;
-using foundation::zorvandata::ItemList;
+using foundation::zorvandata::Items;
 using foundation::zorvandata::makeArray;
 using foundation::zorvandata::makeDense;
+using foundation::zorvandata::TapeItems;
+using foundation::zorvandata::Texts;
+using foundation::zorvandata::TextsBuilder;
+using PythonUtil::raise;
 
 namespace {
 
@@ -28,59 +31,63 @@ using Variables = std::vector<TableVariable>;
 constexpr size_t kMostEmptyColumns = 10'000;
 constexpr size_t kLongestName = 2048;
 
-bool processColumn(const TableVariable& variable, Variables& flat);
+void processColumns(const Variables& variables, Variables& flat);
 
-bool processColumns(const Variables& variables, Variables& flat) {
-  const PythonUtil::NestingGuard level(PythonUtil::kMaxNesting);
-  if (!level) return false;
-  for (const TableVariable& variable : variables) {
-    if (!processColumn(variable, flat)) return false;
+// Messages bound how deep tables nest.
+void handleNestedTableColumn(const TableVariable& nested, Variables& flat) {
+  const auto refuse = [] {
+    raise(PyExc_TypeError, formatMessage(UnsupportedNestedTableConversion));
+  };
+  TableImage image;
+  try {
+    image = readTable(nested.values);
+  } catch (const PythonUtil::PythonErrorSet&) {
+    refuse();
   }
-  return true;
+  if (nested.name.size() > kLongestName) refuse();
+  for (TableVariable& variable : image.variables) variable.name.insert(0, nested.name + "_");
+  processColumns(image.variables, flat);
 }
 
-void constructFlattenedColumnNames(const std::string& outerName, Variables& variables) {
-  for (TableVariable& variable : variables) variable.name.insert(0, outerName + "_");
+Texts slice(const Texts& texts, size_t first, size_t count) {
+  TextsBuilder part;
+  for (size_t i = first; i < first + count; ++i) part.append(texts[i]);
+  return part.finish();
 }
 
-bool handleNestedTableColumn(const TableVariable& nested, Variables& flat) {
-  std::optional<TableImage> image = readTable(nested.values);
-  if (!image || nested.name.size() > kLongestName) {
-    setPythonErrorStr(PyExc_TypeError, formatMessage(UnsupportedNestedTableConversion));
-    return false;
+Items slice(const Items& items, size_t first, size_t count) {
+  if (items.onTape().size() == 1) {
+    const TapeItems& all = items.onTape().front();
+    return Items(TapeItems(all.tape(), all.at(first), all.isRun(), count));
   }
-  constructFlattenedColumnNames(nested.name, image->variables);
-  return processColumns(image->variables, flat);
+  Items part;
+  for (size_t i = first; i < first + count; ++i) part.append(items.get(i));
+  return part;
 }
 
 // Elements of a matrix are stored column by column.
 Array columnOf(const Array& matrix, size_t column) {
+  const ArrayType type = matrix.getType();
   const size_t rows = matrix.dimensions()[0];
   const Dimensions dims(rows, 1);
-  if (isDense(matrix.getType())) {
-    const size_t bytes = rows * elementSize(matrix.getType());
+  if (isDense(type)) {
+    const size_t bytes = rows * elementSize(type);
     const std::byte* first = matrix.impl().buffer().data() + column * bytes;
-    return makeDense(matrix.getType(), dims, Buffer::copyOf(first, bytes));
+    return makeDense(type, dims, Buffer::copyOf(first, bytes));
   }
-  ItemList items;
-  items.reserve(rows);
-  for (size_t i = 0; i < rows; ++i) items.append(matrix.impl().items(), column * rows + i);
-  return makeArray(matrix.getType(), dims, std::move(items));
+  return type == ArrayType::CELL
+             ? makeArray(type, dims, slice(matrix.impl().items(), column * rows, rows))
+             : makeArray(type, dims, slice(matrix.impl().texts(), column * rows, rows));
 }
 
 // The property that holds an element for each row of an object which is a column, or several, all
 // by itself; NULL for other arrays, which hold their elements themselves.
 const char* rowsProperty(const Array& values) {
-  const std::string& className = valueObjectClass(values);
+  const std::string_view className = valueObjectClass(values);
   if (className == "datetime") return "data";
   if (className == "duration") return "millis";
   if (className == "categorical") return "codes";
   return nullptr;
-}
-
-bool failToFlatten() {
-  setPythonErrorStr(PyExc_TypeError, formatMessage(UnableToFlattenMultiDimensionalColumn));
-  return false;
 }
 
 void extractAndAppendColumns(const TableVariable& variable, const char* property,
@@ -101,42 +108,41 @@ bool hasColumns(const Array& elements) {
          elements.getType() == ArrayType::ZORVAN_STRING;
 }
 
-bool flattenMultiDimensionalColumn(const TableVariable& variable, Variables& flat) {
+void flattenMultiDimensionalColumn(const TableVariable& variable, Variables& flat) {
   const char* property = rowsProperty(variable.values);
-  const std::optional<Array> elements =
-      property ? propertyOf(variable.values, property) : variable.values;
-  if (!elements) return false;
-  const Dimensions& dims = elements->dimensions();
+  const Array elements = property ? propertyOf(variable.values, property) : variable.values;
+  const Dimensions& dims = elements.dimensions();
   const bool oneColumn = dims[1] == 1 || (dims[1] == 0 && dims[0] == 0);
-  if (dims.count() == 2 && oneColumn) {
-    flat.push_back(variable);
-    return true;
-  }
+  if (dims.count() == 2 && oneColumn) return flat.push_back(variable);
   const bool tooMuch =
       (dims[0] == 0 && dims[1] > kMostEmptyColumns) || variable.name.size() > kLongestName;
-  if (dims.count() > 2 || dims[1] == 0 || tooMuch || !hasColumns(*elements)) {
-    return failToFlatten();
+  if (dims.count() > 2 || dims[1] == 0 || tooMuch || !hasColumns(elements)) {
+    raise(PyExc_TypeError, formatMessage(UnableToFlattenMultiDimensionalColumn));
   }
-  extractAndAppendColumns(variable, property, *elements, flat);
-  return true;
+  extractAndAppendColumns(variable, property, elements, flat);
 }
 
-bool processColumn(const TableVariable& variable, Variables& flat) {
-  if (valueObjectClass(variable.values) == "table") return handleNestedTableColumn(variable, flat);
-  if (!checkVariable(variable.values)) return false;
-  // A row of characters is one text.
-  if (variable.values.getType() != ArrayType::CHAR) {
-    return flattenMultiDimensionalColumn(variable, flat);
+void processColumns(const Variables& variables, Variables& flat) {
+  for (const TableVariable& variable : variables) {
+    if (valueObjectClass(variable.values) == "table") {
+      handleNestedTableColumn(variable, flat);
+      continue;
+    }
+    checkVariable(variable.values);
+    // A row of characters is one text.
+    if (variable.values.getType() == ArrayType::CHAR) {
+      flat.push_back(variable);
+    } else {
+      flattenMultiDimensionalColumn(variable, flat);
+    }
   }
-  flat.push_back(variable);
-  return true;
 }
 
 }  // namespace
 
-std::optional<Variables> flattenNestedTable(const Variables& variables) {
+Variables flattenNestedTable(const Variables& variables) {
   Variables flat;
-  if (!processColumns(variables, flat)) return std::nullopt;
+  processColumns(variables, flat);
   return flat;
 }
 

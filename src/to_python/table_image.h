@@ -1,11 +1,11 @@
 // What is read of the engine's table: its variables and the names of its rows, made sure of.
 //
-// A function that returns nothing has set a Python error, which says what of the image is wrong.
+// All throws PythonErrorSet with a Python error pending, which says what of the image is wrong.
 #pragma once
 
 #include <initializer_list>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zorvandata/array.h"
@@ -24,25 +24,25 @@ struct TableImage {
 };
 
 // Reads an array of value objects of class "table", which must have exactly one element.
-std::optional<TableImage> readTable(const foundation::zorvandata::Array& table);
+TableImage readTable(const foundation::zorvandata::Array& table);
 
 // What textsOf reads.
 inline constexpr std::initializer_list<foundation::zorvandata::ArrayType> kTextTypes = {
     foundation::zorvandata::ArrayType::CELL, foundation::zorvandata::ArrayType::ZORVAN_STRING};
 
 // The texts of a cell array of texts or a string array; `owner` and `what` name them in an error.
-std::optional<std::vector<std::string>> textsOf(const foundation::zorvandata::Array& texts,
-                                                const char* owner, const char* what);
+std::vector<std::string> textsOf(const foundation::zorvandata::Array& texts, const char* owner,
+                                 const char* what);
 
-// The class of an array of value objects; empty for all other arrays.
-const std::string& valueObjectClass(const foundation::zorvandata::Array& array);
+// The class of an array of value objects; empty for all other arrays. Valid while the array is.
+std::string_view valueObjectClass(const foundation::zorvandata::Array& array);
 
 // A property of the only object in an array, which must have one of the types if any are given.
-std::optional<foundation::zorvandata::Array> propertyOf(
+foundation::zorvandata::Array propertyOf(
     const foundation::zorvandata::Array& object, const char* name,
     std::initializer_list<foundation::zorvandata::ArrayType> types = {});
 
 // A ValueError.
-void setTableError(const std::string& text);
+[[noreturn]] void throwTableError(const std::string& text);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -68,6 +68,7 @@ class DescribedStorage : public Storage {
   }
   void copyTo(std::byte* out) override { description_.copy_elements(&description_, out); }
   bool writable() const override { return false; }
+  bool isSettled() const override { return false; }
 
   // To be filled in once, before the storage is used.
   NdArrayDescription& description() { return description_; }

@@ -5,6 +5,7 @@
 
 #include "util/py_object_guard.h"
 #include "zorvandata/exception.h"
+#include "zorvandata/limits.h"
 
 namespace PythonUtil {
 
@@ -48,8 +49,9 @@ void setPythonErrorFromException() noexcept {
     // The error that it announces is the one to report.
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
-  } catch (const foundation::zorvandata::NestingTooDeepException& exception) {
-    setError(PyExc_RecursionError, exception.what());
+  } catch (const foundation::zorvandata::NestingTooDeepException&) {
+    PyErr_Format(PyExc_RecursionError, "nesting deeper than %d levels not supported",
+                 foundation::zorvandata::kMaxNesting);
   } catch (const std::exception& exception) {
     setError(PyExc_ValueError, exception.what());
   } catch (...) {

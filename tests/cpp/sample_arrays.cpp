@@ -3,7 +3,7 @@
 #include <optional>
 #include <sstream>
 
-#include "zorvandata/item_column.h"
+#include "wire.h"
 
 namespace sample {
 
@@ -30,23 +30,17 @@ void putElements(std::ostream& out, const Array& array) {
     for (const size_t start : impl.sparse().columnStarts) out << start << ' ';
     return putHex(out, impl.sparse().values.data(), impl.sparse().values.size());
   }
-  if (type == ArrayType::ZORVAN_STRING) {
-    for (const auto& text : TypedArray<std::optional<std::u16string>>(array)) {
+  if (type == ArrayType::ZORVAN_STRING || type == ArrayType::ENUMERATION) {
+    return impl.texts().forEach([&out](const auto& text) {
       out << (text ? "text:" : "missing");
-      if (text) putHex(out, text->data(), text->size() * sizeof(char16_t));
+      if (text) putHex(out, text->data(), text->size());
       out << ' ';
-    }
-    return;
+    });
   }
-  for (size_t i = 0; i < impl.items().size(); ++i) {
-    if (type == ArrayType::ENUMERATION) {
-      out << impl.items()[i].utf8() << ' ';
-    } else if (type == ArrayType::HANDLE_OBJECT_REF) {
-      out << impl.items()[i].scalar<uint64_t>() << ' ';
-    } else {
-      out << describe(impl.items().get(i)) << ' ';
-    }
+  if (type == ArrayType::HANDLE_OBJECT_REF) {
+    return putHex(out, impl.buffer().data(), impl.buffer().size());
   }
+  for (size_t i = 0; i < impl.items().size(); ++i) out << describe(impl.items().get(i)) << ' ';
 }
 
 Array object() {
@@ -128,28 +122,17 @@ std::vector<Sample> containers() {
   };
 }
 
-// A cell of 20 elements, enough to be kept as a column once it was read.
+// A cell of as many elements as it takes for texts to be told by their numbers.
 template <class Make>
 Array many(const Make& make) {
-  constexpr int kMany = 20;
+  constexpr int kMany = 40;
   std::vector<Array> elements;
   elements.reserve(kMany);
   for (int i = 0; i < kMany; ++i) elements.push_back(make(i));
   return cell(elements);
 }
 
-Array repeatedTexts() {
-  const char texts[] = "ab\xC3\xA9";
-  const int64_t offsets[] = {0, 0, 2, 4};
-  std::vector<uint32_t> positions;
-  for (uint32_t i = 0; i < 20; ++i) positions.push_back(i % 3);
-  auto distinct = TextColumn::checkedTexts(
-      ArrayType::CHAR, Buffer::copyOf(offsets, sizeof(offsets)), Buffer::copyOf(texts, 4));
-  RepeatedTextColumn column{std::move(distinct), Buffer::copyOf(positions.data(), 80)};
-  return makeArray(ArrayType::CELL, Dimensions::row(20), makeColumn(std::move(column)));
-}
-
-std::vector<Sample> columns() {
+std::vector<Sample> lists() {
   const auto number = [](int i) { return kFactory.createScalar(i * 0.1); };
   const auto text = [](int i) { return kFactory.createCharArray(std::u16string(i % 3, 0xD800)); };
   const auto string = [](int i) {
@@ -159,13 +142,17 @@ std::vector<Sample> columns() {
       {"many doubles", many(number)},
       {"many logicals", many([](int i) { return kFactory.createScalar(i % 2 == 0); })},
       {"many integers",
-       many([](int i) { return kFactory.createScalar((INT64_MIN >> (3 * i)) + (i % 2)); })},
-      {"many unsigned", many([](int i) { return kFactory.createScalar(UINT64_MAX >> (3 * i)); })},
+       many([](int i) { return kFactory.createScalar((INT64_MIN >> (3 * i % 64)) + (i % 2)); })},
+      {"many unsigned",
+       many([](int i) { return kFactory.createScalar(UINT64_MAX >> (3 * i % 64)); })},
       {"many singles",
        many([](int i) { return kFactory.createScalar(0.5F * static_cast<float>(i)); })},
       {"many texts", many(text)},
       {"many strings", many(string)},
-      {"texts again and again", repeatedTexts()},
+      {"many matrices", many([](int i) {
+         return counting(ArrayType::UINT16, {2, size_t{1} + (i % 3)});
+       })},
+      {"a misfit at the end", many([&](int i) { return i < 39 ? number(i) : text(i); })},
       {"rows", many([&](int i) {
          return cell({number(i), text(i), string(i)});
        })},
@@ -176,6 +163,22 @@ std::vector<Sample> columns() {
          return record({{"x", number(i)}, {"y", text(i)}});
        })},
       {"many objects", many([](int) { return object(); })},
+  };
+}
+
+// From here on payloads are aligned and arrays do not lie on tapes.
+std::vector<Sample> longOnes() {
+  const std::vector<Array> numbers(600, kFactory.createScalar(2.5));
+  std::vector<std::optional<std::u16string>> texts;
+  for (char16_t i = 0; i < 3000; ++i) texts.push_back(std::u16string(i % 5, i));
+  Array structs = kFactory.createStructArray({1, 2}, {"f"});
+  structs[1]["f"] = counting(ArrayType::UINT8, {4096, 1});
+  return {
+      {"long matrix", counting(ArrayType::COMPLEX_SINGLE, {64, 9})},
+      {"long matrices", cell({counting(ArrayType::INT8, {4095, 1}), structs,
+                              cell({counting(ArrayType::LOGICAL, {4097, 1})})})},
+      {"long list of doubles", cell(numbers)},
+      {"long string array", strings({1000, 3}, texts)},
   };
 }
 
@@ -228,9 +231,13 @@ Array cell(const std::vector<Array>& elements) {
 
 Array strings(const ArrayDimensions& dims,
               const std::vector<std::optional<std::u16string>>& elements) {
-  Array array = kFactory.createArray(ArrayType::ZORVAN_STRING, dims);
-  for (size_t i = 0; i < elements.size(); ++i) array[i] = elements[i];
-  return array;
+  TextsBuilder texts;
+  for (const auto& text : elements) {
+    texts.append(text ? std::optional<std::string>(toUtf8(*text)) : std::nullopt);
+  }
+  const Dimensions all(dims);
+  while (texts.size() < all.elements()) texts.append(std::nullopt);
+  return makeArray(ArrayType::ZORVAN_STRING, all, texts.finish());
 }
 
 Array record(const std::vector<std::pair<std::string, Array>>& fields) {
@@ -247,9 +254,56 @@ Array nested(int levels, Array innermost) {
   return innermost;
 }
 
+std::string plainMessage(const Array& array, Form form) {
+  using wire::bytes;
+  using wire::varint;
+  const ArrayImpl& impl = array.impl();
+  const ArrayType type = array.getType();
+  const auto numbers = [](const auto& values) {
+    std::string all;
+    for (const uint64_t value : values) all += varint(value);
+    return all;
+  };
+  const auto content = [](const Buffer& buffer) {
+    return std::string(reinterpret_cast<const char*>(buffer.data()), buffer.size());
+  };
+  std::string message = wire::number(1, static_cast<uint64_t>(codeOf(type)));
+  if (!array.dimensions().isScalar()) message += bytes(2, numbers(array.getDimensions()));
+  if (isDense(type)) return message + bytes(3, content(impl.buffer()));
+  if (isSparse(type)) {
+    return message + bytes(10, numbers(impl.sparse().rows)) +
+           bytes(3, content(impl.sparse().values)) + bytes(11, numbers(impl.sparse().columnStarts));
+  }
+  if (impl.layout()) {
+    for (const std::string& name : impl.layout()->names) message += bytes(5, name);
+    if (!impl.layout()->className.empty()) message += bytes(6, impl.layout()->className);
+  }
+  if (type == ArrayType::UNKNOWN) return message;
+  if (type == ArrayType::HANDLE_OBJECT_REF) {
+    const auto* references = reinterpret_cast<const uint64_t*>(impl.buffer().data());
+    return message + bytes(12, numbers(std::vector(references, references + impl.elements())));
+  }
+  if (type == ArrayType::ZORVAN_STRING || type == ArrayType::ENUMERATION) {
+    std::string codes;
+    std::string joined;
+    impl.texts().forEach([&](const auto& text) {
+      codes += varint(text ? 2 * (text->size() + 1) : 0);
+      joined += text.value_or("");
+    });
+    return message + bytes(8, codes) + (joined.empty() ? "" : bytes(9, joined));
+  }
+  std::string items;
+  for (size_t i = 0; i < impl.items().size(); ++i) {
+    items += bytes(form == Form::kChildren ? 4 : 9, plainMessage(impl.items().get(i), form));
+  }
+  if (form == Form::kChildren) return message + items;
+  const size_t count = impl.items().size();
+  return message + bytes(7, items + bytes(1, "\x18" + varint(count) + std::string(count, '\0')));
+}
+
 std::vector<Sample> everyKind() {
   std::vector<Sample> all;
-  for (const auto& group : {numbers(), texts(), containers(), columns(), rarities()}) {
+  for (const auto& group : {numbers(), texts(), containers(), lists(), longOnes(), rarities()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

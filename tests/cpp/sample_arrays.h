@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +40,11 @@ Array strings(const ArrayDimensions& dims,
 Array record(const std::vector<std::pair<std::string, Array>>& fields);
 // Cells within cells, `levels` of them, around a value.
 Array nested(int levels, Array innermost);
+
+// The message of an array as it is simplest to write: every item a message of its own, in
+// `children` or as a child of a tape; every text spelled out.
+enum class Form { kChildren, kTape };
+std::string plainMessage(const Array& array, Form form);
 
 struct Sample {
   std::string name;

@@ -17,6 +17,7 @@ MESSAGE_NAMES = (
     "foundation.protobuf.common.ZORVAN_Result",
     "foundation.protobuf.common.ZORVAN_Error",
     "foundation.zorvandata.protobuf.ZORVAN_Array",
+    "foundation.zorvandata.protobuf.ZORVAN_Tape",
 )
 
 

@@ -398,7 +398,7 @@ def numbers(*values, type=DOUBLE, code="d", dims=None):
 
 def texts(*values):
     encoded = [b"" if text is None else text.encode() for text in values]
-    lengths = [0 if text is None else len(each) + 1 for text, each in zip(values, encoded)]
+    lengths = [0 if text is None else 2 * len(each) + 2 for text, each in zip(values, encoded)]
     dims = [len(values), 1]
     return {"type": STRING, "dims": dims, "text_len": lengths, "text": b"".join(encoded)}
 
@@ -427,7 +427,7 @@ def keyed(key, value):
 ONE, TWO = numbers(1), numbers(1, 2)
 POINT = named(OBJECT, {"x": ONE}, class_name=b"Point")
 TWO_POINTS = {**POINT, "dims": [1, 2], "children": [ONE, ONE]}
-COLOR = {"type": ENUMERATION, "class_name": b"Color", "text_len": [2], "text": b"a"}
+COLOR = {"type": ENUMERATION, "class_name": b"Color", "text_len": [4], "text": b"a"}
 DIAGONAL = {"type": SPARSE, "dims": [2, 1], "rows": [0], "col_starts": [0, 1], "elements": bytes(8)}
 
 

@@ -109,7 +109,7 @@ def test_repeated_texts_travel_once():
     assert len(message) < 2 * len(texts)
     received = py_pb.serialized_str_to_py(message)[0]
     assert received == texts
-    assert len({id(text) for text in received}) == 2
+    assert len({id(text) for text in received}) < 50  # the first few are not looked up
     empties = py_pb.serialized_str_to_py(py_pb.py_to_serialized_str(([""] * 1000,)))[0]
     assert len({id(each) for each in empties}) == 1000
 

@@ -50,7 +50,7 @@ def strings(*values, dims=None):
     return {
         "type": STRING,
         "dims": dims or [len(values), 1],
-        "text_len": [0 if text is None else len(text) + 1 for text in encoded],
+        "text_len": [0 if text is None else 2 * len(text) + 2 for text in encoded],
         "text": b"".join(filter(None, encoded)),
     }
 
@@ -250,7 +250,7 @@ def test_long_columns_of_texts(receive):
     assert frame["t"].dtype == pd.Series(["a", None]).dtype
     colors = categorical(dense(UINT8, *[2, 0, 1] * 500), "語", "b")
     assert shown(receive(table(c=colors))) == {"c": ["b", "", "語"] * 500}
-    lone = {"type": STRING, "dims": [2000, 1], "text_len": [4] * 2000}
+    lone = {"type": STRING, "dims": [2000, 1], "text_len": [8] * 2000}
     lone["text"] = b"\xed\xa0\x80" * 2000
     with pytest.raises(UnicodeDecodeError):
         receive(table(t=lone))
@@ -283,7 +283,7 @@ NESTED = "conversion of this nested ZORVAN {} is not supported. Use 'splitvars' 
          "conversion of ZORVAN data type STRUCT to Python not supported"),
         (dense(INT8, 1, 2, dims=[1, 1]) | {"type": COMPLEX_INT8}, TypeError,
          "conversion of ZORVAN data type COMPLEX_INT8 to Python not supported"),
-        ({"type": ENUMERATION, "class_name": b"Color", "text_len": [4], "text": b"Red"}, TypeError,
+        ({"type": ENUMERATION, "class_name": b"Color", "text_len": [8], "text": b"Red"}, TypeError,
          "conversion of ZORVAN data type ENUMERATION to Python not supported"),
         (doubles(1, 2, dims=[1, 1, 2]), TypeError, "unable to flatten multidimensional array"),
         (doubles(dims=[0, 10**9]), TypeError, "unable to flatten multidimensional array"),

@@ -10,6 +10,7 @@ import threading
 import numpy
 import py_pb
 import pytest
+import tape_writer as tapes
 import zorvan
 
 # Codes of element types, as the messages have them.
@@ -45,7 +46,7 @@ def string(*texts, dims=None):
     return array(
         STRING,
         dims or (1, len(texts)),
-        text_len=[0 if text is None else len(text) + 1 for text in stored],
+        text_len=[0 if text is None else 2 * (len(text) + 1) for text in stored],
         text=b"".join(text for text in stored if text),
     )
 
@@ -160,12 +161,11 @@ def test_text(decode, text):
     assert decode(char(text)) == text
     assert decode(char(text, dims=(units, 1))) == text
     assert decode(string(text)) == text
-    assert decode(array(CELL, (1, 1), item_type=CHAR, **columns(text))) == [text]
+    assert decode(on_tape(tapes.cell(tapes.char(text)))) == [text]
 
 
-def columns(*texts):
-    stored = string(*texts)
-    return {"text_len": stored["text_len"], "text": stored["text"]}
+def on_tape(item, *shapes, count=1):
+    return array(CELL, (1, count), tape=tapes.tape(item, *shapes))
 
 
 @pytest.mark.parametrize(
@@ -215,17 +215,18 @@ def test_an_empty_element_is_an_empty_list(decode, empty):
         (cell(cell(double(1.0), char("x")), cell(cell(double(2.0)))), [[1.0, "x"], [[2.0]]]),
         (cell(double(1.0), char("ab"), dims=(2, 1)), [1.0, "ab"]),
         (cell(dims=(1, 0)), []),
-        (array(CELL, (1, 2), item_type=DOUBLE, elements=struct.pack("2d", 1, 2)), [1.0, 2.0]),
-        (array(CELL, (1, 2), item_type=CHAR, **columns("", "a")), [[], "a"]),
-        (array(CELL, (1, 2), item_type=STRING, **columns("", None)), ["", None]),
+        (on_tape(tapes.run(tapes.number(DOUBLE, 1), tapes.number(DOUBLE, 2)), count=2), [1.0, 2.0]),
+        (on_tape(tapes.cell(tapes.char(""), tapes.char("a")), count=2), [[], "a"]),
+        (on_tape(tapes.run(tapes.string(""), tapes.string(None)), count=2), ["", None]),
         (
-            array(CELL, (1, 4), kinds=bytes([12, DOUBLE, LOGICAL, CHAR]), ints=[-7, 1], reals=[0.5],
-                  **columns("text")),
+            on_tape(tapes.cell(tapes.number(12, -7), tapes.number(DOUBLE, 0.5),
+                               tapes.number(LOGICAL, 1), tapes.char("text")), count=4),
             [-7, 0.5, True, "text"],
         ),
         (
-            array(CELL, (1, 2), item_type=STRUCT, names=[b"k"],
-                  children=[cell(double(1.0), char("v"))]),
+            on_tape(tapes.cell(tapes.record(STRUCT, 1, tapes.number(DOUBLE, 1)),
+                               tapes.record(STRUCT, 1, tapes.char("v"))),
+                    tapes.shape("k"), count=2),
             [{"k": 1.0}, {"k": "v"}],
         ),
     ],
@@ -285,7 +286,7 @@ REFUSED = [
     (sparse(SPARSE_COMPLEX_DOUBLE, bytes(16)), TypeError, NO_SPARSE),
     (array(UNKNOWN), TypeError, unsupported(0)),
     (array(OBJECT, class_name=b"Old"), TypeError, unsupported(26)),
-    (array(ENUMERATION, class_name=b"Color", **columns("red")), TypeError, unsupported(29)),
+    ({**string("red"), "type": ENUMERATION, "class_name": b"Color"}, TypeError, unsupported(29)),
 ]
 
 
@@ -312,49 +313,57 @@ def test_a_field_is_held_to_its_shape_even_when_empty(decode, output, text):
 
 
 def delimited(tag, body):
-    size = bytearray()
-    rest = len(body)
-    while rest >= 128:
-        size.append(rest & 127 | 128)
-        rest >>= 7
-    return bytes([tag, *size, rest]) + body
+    return bytes([tag]) + tapes.varint(len(body)) + body
 
 
 def nested_result(levels, named):
     """By hand, because the stock runtime serializes no more than 100 messages within each other."""
     head = b"\x08\x19" + delimited(0x2A, b"f") if named else b"\x08\x18"
-    body = head + b"\x38\x07" + delimited(0x1A, b"\x05")  # around one uint8
+    around_five = delimited(0x0A, b"\x18\1\7") + delimited(0x1A, b"\x0a")  # a tape with a uint8
+    body = head + delimited(0x3A, around_five)
     for _ in range(levels - 1):
         body = head + delimited(0x22, body)
     return delimited(0x0A, body)
 
 
+def nested_on_tape(messages, levels, named):
+    item = tapes.number(7, 5)
+    for _ in range(levels):
+        item = tapes.record(STRUCT, 1, item) if named else tapes.cell(item)
+    whole = tapes.tape(tapes.cell(item), tapes.shape("f"))
+    return messages.ZORVAN_Result(tape=whole).SerializeToString()
+
+
 @pytest.mark.parametrize("named", [False, True])
-def test_deep_nesting_converts_on_a_small_stack(named):
+def test_deep_nesting_converts_on_a_small_stack(messages, named):
+    sent = [nested_result(250, named), nested_on_tape(messages, 250, named)]
     results = []
     sanitized = "libasan" in pathlib.Path("/proc/self/maps").read_text()  # its frames are wider
     previous = threading.stack_size((4096 if sanitized else 512) * 1024)
     try:
         thread = threading.Thread(
-            target=lambda: results.append(py_pb.serialized_str_to_py(nested_result(250, named)))
+            target=lambda: results.extend(map(py_pb.serialized_str_to_py, sent))
         )
         thread.start()
         thread.join()
     finally:
         threading.stack_size(previous)
-    (value,) = results
-    depth = 0
-    while value != 5:
-        (value,) = value.values() if isinstance(value, dict) else value
-        depth += 1
-    assert depth == 251
+    assert len(results) == 2
+    for value in results:
+        depth = 0
+        while value != 5:
+            (value,) = value.values() if isinstance(value, dict) else value
+            depth += 1
+        assert depth == 251
 
 
 @pytest.mark.parametrize("named", [False, True])
-def test_one_level_too_many_is_an_error(named):
-    with pytest.raises(SystemError):
-        py_pb.serialized_str_to_py(nested_result(256, named))
+def test_one_level_too_many_is_an_error(messages, named):
+    for too_deep in (nested_result(256, named), nested_on_tape(messages, 256, named)):
+        with pytest.raises(SystemError):
+            py_pb.serialized_str_to_py(too_deep)
     assert py_pb.serialized_str_to_py(nested_result(255, named))
+    assert py_pb.serialized_str_to_py(nested_on_tape(messages, 255, named))
 
 
 def test_conversions_leave_nothing_behind(messages):
