@@ -57,15 +57,14 @@ char32_t nextCodePoint(std::string_view text, size_t& at) {
 
 bool isAscii(std::string_view text) {
   constexpr uint64_t kHighBits = 0x8080808080808080u;
-  constexpr size_t kBlock = 128;
+  // Eight words at a time keep the widest registers busy.
   size_t i = 0;
-  // Without a branch for each word, so that the compiler takes several at a time.
-  for (; i + kBlock <= text.size(); i += kBlock) {
-    uint64_t words[kBlock / 8];
-    std::memcpy(words, text.data() + i, kBlock);
+  uint64_t words[8];
+  for (; i + sizeof(words) <= text.size(); i += sizeof(words)) {
+    std::memcpy(words, text.data() + i, sizeof(words));
     uint64_t all = 0;
     for (const uint64_t word : words) all |= word;
-    if (all & kHighBits) return false;
+    if ((all & kHighBits) != 0) return false;
   }
   unsigned char all = 0;
   for (; i < text.size(); ++i) all |= static_cast<unsigned char>(text[i]);

@@ -73,32 +73,46 @@ void TextSink::appendSpelled(std::string_view text) {
   // Longer ones do not count: they may as well have been lent.
   if (!takesNumber(text.size())) return;
   ++numbered_;
-  if (--pause_ == 0) left_ = kWindow;
+  if (left_ == 0 && --pause_ == 0) left_ = kWindow;
 }
 
-void TextSink::appendKnown(std::string_view text) {
-  constexpr size_t kSlots = kTextNumbers;
-  if (!slots_) slots_ = std::make_unique<Slot[]>(kSlots);
-  // The ends and the length tell most texts apart, and a collision costs no more than a second
-  // spelling.
+namespace {
+
+// The ends and the length, which tell most texts apart.
+uint64_t hashOf(std::string_view text) {
   uint64_t first = 0;
   uint64_t last = 0;
-  const size_t some = std::min(text.size(), sizeof(first));
-  if (some > 0) {
-    std::memcpy(&first, text.data(), some);
-    std::memcpy(&last, text.data() + text.size() - some, some);
+  if (text.size() >= sizeof(first)) {
+    std::memcpy(&first, text.data(), sizeof(first));
+    std::memcpy(&last, text.data() + text.size() - sizeof(last), sizeof(last));
+  } else {
+    for (const char byte : text) first = first << 8 | static_cast<unsigned char>(byte);
   }
-  const uint64_t hash = (first ^ (last << 7 | last >> 57) ^ text.size()) * 0x9E3779B97F4A7C15u;
-  Slot& slot = slots_[hash >> 54];
-  const bool isKnown = slot.serial != 0 && slot.serial + kTextNumbers > numbered_ &&
-                       slot.length == text.size() &&
-                       std::memcmp(bytes_.data() + slot.start, text.data(), text.size()) == 0;
-  if (isKnown) {
-    putCode(2 * uint64_t{(slot.serial - 1) % kTextNumbers} + 1);
+  return (first ^ (last << 7 | last >> 57) ^ text.size()) * 0x9E3779B97F4A7C15u;
+}
+
+}  // namespace
+
+// Texts with one hash have two slots; what does not find room there is spelled out once more.
+void TextSink::appendKnown(std::string_view text) {
+  constexpr size_t kPairs = 2 * kTextNumbers;
+  constexpr int kPairBits = 11;
+  static_assert(kPairs == size_t{1} << kPairBits);
+  if (!slots_) slots_ = std::make_unique<Slot[]>(2 * kPairs);
+  Slot* pair = &slots_[2 * (hashOf(text) >> (64 - kPairBits))];
+  const auto isText = [&](const Slot& slot) {
+    return slot.length == text.size() && slot.serial != 0 &&
+           slot.serial + kTextNumbers > numbered_ &&
+           std::memcmp(bytes_.data() + slot.start, text.data(), text.size()) == 0;
+  };
+  const Slot* known = isText(pair[0]) ? &pair[0] : isText(pair[1]) ? &pair[1] : nullptr;
+  if (known) {
+    putCode(2 * uint64_t{(known->serial - 1) % kTextNumbers} + 1);
     hasRepeated_ = true;
     ++found_;
   } else {
-    slot = {bytes_.size(), static_cast<uint32_t>(text.size()), numbered_ + 1};
+    Slot& older = pair[0].serial <= pair[1].serial ? pair[0] : pair[1];
+    older = {bytes_.size(), static_cast<uint32_t>(text.size()), numbered_ + 1};
     appendLength(text.size());
     bytes_.append(text.data(), text.size());
     ++numbered_;

@@ -91,7 +91,8 @@ class TextSink {
   // number; whether it is worth looking is decided by the texts alone, so that equal texts always
   // give equal bytes.
   void append(std::string_view text) {
-    if (left_ > 0 && takesNumber(text.size())) {
+    // A number takes as much room as a text of one byte.
+    if (left_ > 0 && text.size() > 1 && takesNumber(text.size())) {
       appendKnown(text);
     } else {
       appendSpelled(text);

@@ -27,30 +27,15 @@ using PythonUtil::PythonErrorSet;
 
 namespace {
 
-// One of the buffers of an Arrow array; empty where it has none.
-class ArrowBuffer {
- public:
-  ArrowBuffer() = default;
-  explicit ArrowBuffer(PyObject* buffer) {
-    if (buffer == Py_None) return;
-    const std::optional<Array> bytes = PythonNdPyArray::arrayFromBuffer(buffer);
-    if (!bytes) throw PythonErrorSet();
-    buffer_ = bytes->impl().buffer();
-  }
-  // NULL when it is empty.
-  const char* data() const {
-    return size() == 0 ? nullptr : reinterpret_cast<const char*>(buffer_.data());
-  }
-  size_t size() const { return buffer_.size(); }
-  // The bytes from `offset` on, shared with Arrow.
-  Buffer part(size_t offset, size_t size) const {
-    const auto storage = buffer_.toStorage();
-    return Buffer::lent(storage, storage->data() + offset, size);
-  }
+// One of the buffers of an Arrow array, which shares its memory; empty where it has none.
+Buffer bufferOf(PyObject* buffer) {
+  if (buffer == Py_None) return {};
+  const std::optional<Array> bytes = PythonNdPyArray::arrayFromBuffer(buffer);
+  if (!bytes) throw PythonErrorSet();
+  return bytes->impl().buffer();
+}
 
- private:
-  Buffer buffer_;
-};
+const char* bytesOf(const Buffer& buffer) { return reinterpret_cast<const char*>(buffer.data()); }
 
 // Below zero is beyond every text.
 template <class Offset>
@@ -62,9 +47,9 @@ uint64_t readOffset(const char* at) {
 
 // A piece of a column: `count` texts from position `start` of the buffers on.
 struct ArrowTexts {
-  ArrowBuffer validity;  // a bit each; empty when there is no gap
-  ArrowBuffer offsets;   // one more than there are texts
-  ArrowBuffer texts;
+  Buffer validity;  // a bit each; empty when there is no gap
+  Buffer offsets;   // one more than there are texts
+  Buffer texts;
   size_t offsetWidth = 0;
   size_t start = 0;
   size_t count = 0;  // at least one
@@ -72,12 +57,14 @@ struct ArrowTexts {
   size_t size = 0;          // of all texts
   bool hidesTexts = false;  // where gaps are
 
+  // NULL when there is no gap.
+  const char* bits() const { return validity.size() > 0 ? bytesOf(validity) : nullptr; }
   bool isGap(const char* bits, size_t i) const {
     const size_t bit = start + i;
     return bits && ((bits[bit / 8] >> (bit % 8)) & 1) == 0;
   }
   uint64_t offsetAt(size_t i) const {
-    const char* at = offsets.data() + (start + i) * offsetWidth;
+    const char* at = bytesOf(offsets) + (start + i) * offsetWidth;
     return offsetWidth == sizeof(int32_t) ? readOffset<int32_t>(at) : readOffset<int64_t>(at);
   }
   // Whether there is all the memory that it takes.
@@ -134,9 +121,9 @@ ArrowTexts readPiece(const PyObjectWithGuard& piece, size_t width) {
   read.offsetWidth = width;
   read.start = boost::numeric_cast<size_t>(start);
   read.count = boost::numeric_cast<size_t>(count);
-  read.validity = ArrowBuffer(validity);
-  read.offsets = ArrowBuffer(offsets);
-  read.texts = ArrowBuffer(texts);
+  read.validity = bufferOf(validity);
+  read.offsets = bufferOf(offsets);
+  read.texts = bufferOf(texts);
   return read;
 }
 
@@ -167,8 +154,8 @@ std::optional<std::vector<ArrowTexts>> readPieces(PyObject* series) {
 template <class Offset>
 void appendCodes(ArrowTexts& piece, ByteStream& codes) {
   constexpr size_t kMost = 1024;
-  const char* validity = piece.validity.data();
-  const char* offset = piece.offsets.data() + piece.start * sizeof(Offset);
+  const char* bits = piece.bits();
+  const char* offset = bytesOf(piece.offsets) + piece.start * sizeof(Offset);
   uint64_t from = readOffset<Offset>(offset);
   uint64_t lengths = from;  // of all, or'ed: those of offsets that do not ascend are huge
   uint64_t size = 0;
@@ -182,7 +169,7 @@ void appendCodes(ArrowTexts& piece, ByteStream& codes) {
       uint64_t length = to - from;
       from = to;
       lengths |= length;
-      if (piece.isGap(validity, i)) hidden += std::exchange(length, 0);
+      if (piece.isGap(bits, i)) hidden += std::exchange(length, 0);
       size += length;
       out = foundation::zorvandata::writeVarint(2 * (length + 1), out);
     }
@@ -193,7 +180,13 @@ void appendCodes(ArrowTexts& piece, ByteStream& codes) {
   piece.hidesTexts = hidden > 0;
 }
 
-// The bytes of the texts end to end.
+// The bytes of the texts, which Arrow has end to end.
+Buffer sharedTexts(const ArrowTexts& piece) {
+  const auto storage = piece.texts.toStorage();
+  return Buffer::lent(storage, storage->data() + piece.offsetAt(0), piece.size);
+}
+
+// The bytes of the texts put end to end.
 Buffer joinedTexts(const std::vector<ArrowTexts>& pieces) {
   size_t size = 0;
   for (const ArrowTexts& piece : pieces) size += piece.size;
@@ -202,7 +195,7 @@ Buffer joinedTexts(const std::vector<ArrowTexts>& pieces) {
   for (const ArrowTexts& piece : pieces) {
     const auto append = [&](uint64_t from, uint64_t to) {
       if (to == from) return;
-      std::memcpy(out, piece.texts.data() + from, to - from);
+      std::memcpy(out, bytesOf(piece.texts) + from, to - from);
       out += to - from;
     };
     if (!piece.hidesTexts) {
@@ -210,7 +203,7 @@ Buffer joinedTexts(const std::vector<ArrowTexts>& pieces) {
       continue;
     }
     for (size_t i = 0; i < piece.count; ++i) {
-      if (!piece.isGap(piece.validity.data(), i)) append(piece.offsetAt(i), piece.offsetAt(i + 1));
+      if (!piece.isGap(piece.bits(), i)) append(piece.offsetAt(i), piece.offsetAt(i + 1));
     }
   }
   return buffer;
@@ -229,15 +222,12 @@ std::optional<Texts> readArrowTexts(PyObject* series) {
                                          : appendCodes<int64_t>(piece, codes);
     count += piece.count;
   }
-  Buffer copied = Buffer::copyOf(codes.data(), codes.size());
-  if (pieces->size() == 1 && !pieces->front().hidesTexts) {
-    const ArrowTexts& piece = pieces->front();
-    return Texts(count, std::move(copied), piece.texts.part(piece.offsetAt(0), piece.size), false);
-  }
-  Texts texts(count, std::move(copied), joinedTexts(*pieces), false);
-  const Buffer& bytes = texts.bytes();
-  if (!foundation::zorvandata::isAscii(
-          {reinterpret_cast<const char*>(bytes.data()), bytes.size()})) {
+  const bool isOnePiece = pieces->size() == 1 && !pieces->front().hidesTexts;
+  Texts texts(count, Buffer::copyOf(codes.data(), codes.size()),
+              isOnePiece ? sharedTexts(pieces->front()) : joinedTexts(*pieces), false);
+  const bool isTrusted = isOnePiece && pieces->front().offsetWidth == sizeof(int64_t);
+  if (!isTrusted &&
+      !foundation::zorvandata::isAscii({bytesOf(texts.bytes()), texts.bytes().size()})) {
     texts.forEach([](const auto& text) { foundation::zorvandata::checkUtf8(*text); });
   }
   return texts;

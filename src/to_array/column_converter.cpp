@@ -113,25 +113,25 @@ NumpyTicks readTicks(PyObject* series, const ColumnType& type) {
   return orThrow(NumpyTicks::read(standUpright(values()).get()));
 }
 
-// The text of the zone that dates are in, of which the first is given; empty for none.
-std::string zoneOfDates(FrameColumns& columns, PyObject* first) {
-  const auto tzinfo = attributeOf(first, "tzinfo");
-  if (tzinfo.get() == Py_None) return "";
+// Before a date is made of a dtype with a zone, which may be of any class.
+void beforeDates(FrameColumns& columns, PyObject* series) {
+  const auto dtype = attributeOf(series, "dtype");
+  const auto zone = PyObjectWithGuard::owned(PyObject_GetAttrString(dtype.get(), "tz"));
+  PyErr_Clear();
   const DateTimeObjects* own = dateTimeObjects();
   if (!own) throw PythonErrorSet();
-  if (!own->is(tzinfo.get(), own->timezone) && !own->is(tzinfo.get(), own->zoneInfo)) {
-    columns.beforeForeignCode();
-  }
-  return orThrow(timeZoneText(first, tzinfo.get()));
+  const bool isOwn = !zone || zone.get() == Py_None || own->is(zone.get(), own->timezone) ||
+                     own->is(zone.get(), own->zoneInfo);
+  if (!isOwn) columns.beforeForeignCode();
 }
 
-Array convertDates(FrameColumns& columns, PyObject* series, const ColumnType& type,
-                   PyObject* first) {
-  const std::string zone = zoneOfDates(columns, first);
+// `first` is the item of the first row.
+Array convertDates(PyObject* series, const ColumnType& type, PyObject* first) {
+  const auto tzinfo = attributeOf(first, "tzinfo");
+  const bool isZoned = tzinfo.get() != Py_None;
+  const std::string zone = isZoned ? orThrow(timeZoneText(first, tzinfo.get())) : std::string();
   Array dates = orThrow(datetimeOfTicks(readTicks(series, type)));
-  if (!zone.empty()) {
-    dates[0]["tz"] = foundation::zorvandata::ArrayFactory().createCharArray(zone);
-  }
+  if (isZoned) dates[0]["tz"] = foundation::zorvandata::ArrayFactory().createCharArray(zone);
   return dates;
 }
 
@@ -151,11 +151,11 @@ Array convertNumpyTimes(FrameColumns& columns, PyObject* series, const ColumnTyp
 // Dates and durations of other dtypes.
 Array convertTimes(FrameColumns& columns, PyObject* series, const ColumnType& type) {
   if (type.kind == 'm') return orThrow(durationOfTicks(readTicks(series, type)));
+  beforeDates(columns, series);
   if (const std::optional<Py_ssize_t> gap = findGap(series)) refuseGap(series, *gap);
   const PyObjectWithGuard first = itemAt(series, 0);
   const bool isDate = isPandasTimestamp(first.get()) || isDatetime(first.get());
-  return isDate ? convertDates(columns, series, type, first.get())
-                : convertObjectColumn(columns, series);
+  return isDate ? convertDates(series, type, first.get()) : convertObjectColumn(columns, series);
 }
 
 }  // namespace

@@ -68,19 +68,10 @@ bool isErrorToKeep() {
 // False where a gap has no way over.
 bool appendGap(TapeBuilder& tape, ArrayType type) {
   const float nan = std::nanf("");
-  switch (type) {
-    case ArrayType::DOUBLE:
-      tape.real(std::nan(""));
-      return true;
-    case ArrayType::SINGLE:
-      tape.scalar(type, &nan);
-      return true;
-    case ArrayType::ZORVAN_STRING:
-      tape.string("");
-      return true;
-    default:
-      return false;
-  }
+  if (type == ArrayType::DOUBLE) tape.real(std::nan(""));
+  if (type == ArrayType::SINGLE) tape.scalar(type, &nan);
+  if (type == ArrayType::ZORVAN_STRING) tape.string("");
+  return isRealFloatingPointType(type) || type == ArrayType::ZORVAN_STRING;
 }
 
 // The items after the first one, of which the type is given: of numbers and texts that the column
@@ -181,12 +172,9 @@ Array makeFloats(PyObject* series) {
 
 // Absent when an item is no text, or is one that cannot be converted: convertItems tells of it.
 std::optional<Array> makeTexts(const PyObjectWithGuard& list) {
-  const auto isWhat = [](PyObject* item) {
-    return pandasObjects().isMissing(item) ? AmongTexts::kGap : AmongTexts::kNeither;
-  };
   if (Py_TYPE(PyList_GetItem(list.get(), 0)) != &PyUnicode_Type) return std::nullopt;
   try {
-    return textsOfList(list, isWhat);
+    return textsOfList(list, &pandasObjects());
   } catch (const PythonErrorSet&) {
     if (isErrorToKeep()) throw;
     PyErr_Clear();

@@ -29,7 +29,7 @@ Array takeTexts(const TapeBuilder& tape, size_t count, bool areRepeated) {
 
 }  // namespace
 
-std::optional<Array> textsOfList(const PyObjectWithGuard& list, AmongTexts (*isWhat)(PyObject*)) {
+std::optional<Array> textsOfList(const PyObjectWithGuard& list, const PandasObjects* objects) {
   // How far ahead objects are fetched into the cache, in which long lists of them are not.
   constexpr size_t kAhead = 8;
   const auto count = static_cast<size_t>(PyList_Size(list.get()));
@@ -43,9 +43,9 @@ std::optional<Array> textsOfList(const PyObjectWithGuard& list, AmongTexts (*isW
   for (size_t i = 0; i < count; ++i) {
     if (i + kAhead < count) __builtin_prefetch(itemAt(i + kAhead));
     PyObject* item = itemAt(i);
-    const auto what = Py_TYPE(item) == &PyUnicode_Type ? AmongTexts::kText : isWhat(item);
-    if (what == AmongTexts::kNeither) return std::nullopt;
-    what == AmongTexts::kText ? encoder.appendStringElement(item) : tape.stringElement("");
+    const bool isText = Py_TYPE(item) == &PyUnicode_Type || (!objects && PyUnicode_Check(item));
+    if (!isText && objects && !objects->isMissing(item)) return std::nullopt;
+    isText ? encoder.appendStringElement(item) : tape.stringElement("");
   }
   return takeTexts(tape, count, tape.texts().hasRepeated());
 }
@@ -55,10 +55,7 @@ Array convertTextColumn(PyObject* series) {
     const Dimensions dims(texts->size(), 1);
     return makeArray(ArrayType::ZORVAN_STRING, dims, std::move(*texts));
   }
-  const auto isWhat = [](PyObject* item) {
-    return PyUnicode_Check(item) ? AmongTexts::kText : AmongTexts::kGap;
-  };
-  return *textsOfList(listOfItems(series), isWhat);
+  return *textsOfList(listOfItems(series), nullptr);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "to_array/pandas_objects.h"
 #include "util/py_object_guard.h"
 #include "zorvandata/array.h"
 
@@ -12,11 +13,9 @@ namespace PythonZorvanDataArray::detail {
 // with a lone surrogate leaves the interpreter's UnicodeEncodeError.
 foundation::zorvandata::Array convertTextColumn(PyObject* series);
 
-// What an item other than exactly a str is among texts.
-enum class AmongTexts { kText, kGap, kNeither };
-
-// Likewise of a list that nobody else has; absent when it holds anything that is neither.
+// Likewise of a list that nobody else has. Of objects, where `objects` is given, only exactly str
+// are texts, and absent is the array of a list in which others are anything but gaps.
 std::optional<foundation::zorvandata::Array> textsOfList(const PythonUtil::PyObjectWithGuard& list,
-                                                         AmongTexts (*isWhat)(PyObject*));
+                                                         const PandasObjects* objects);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -2,6 +2,7 @@
 
 #include <boost/numeric/conversion/cast.hpp>
 
+#include "to_array/pandas_objects.h"
 #include "types/zorvan_dictionary_type.h"
 #include "util/message_catalogue.h"
 #include "util/py_object_guard_getter.h"
@@ -133,8 +134,18 @@ bool isOrderedDict(PyObject* mapping) {
   return typeNameOf(Py_TYPE(mapping)) == "collections.OrderedDict";
 }
 
-// The keys in the mapping's order; the values looked up without its methods.
-MappingItems readOrderedDict(PyObject* mapping) {
+bool hasPlainKeys(PyObject* dict) {
+  PyObject* key = nullptr;
+  for (Py_ssize_t position = 0; PyDict_Next(dict, &position, &key, nullptr);) {
+    if (!isPlain(key)) return false;
+  }
+  return true;
+}
+
+// The keys in the mapping's order; the values looked up without its methods. Already the walk over
+// an OrderedDict asks the keys for their hashes.
+MappingItems readOrderedDict(Encoder& to, PyObject* mapping) {
+  if (!hasPlainKeys(mapping)) to.beforeForeignCode();
   const auto keys = checked(PySequence_List(mapping));
   const Py_ssize_t count = PyList_Size(keys.get());
   MappingItems items;
@@ -157,11 +168,11 @@ MappingItems readOrderedDict(PyObject* mapping) {
 }  // namespace
 
 MappingItems readMapping(Encoder& to, PyObject* obj) {
-  if (isOrderedDict(obj)) return readOrderedDict(obj);
+  if (isOrderedDict(obj)) return readOrderedDict(to, obj);
   to.beforeForeignCode();
   const PyObjectWithGuard mapping = getDictPtr(obj);
   if (PyDict_CheckExact(mapping.get())) return readDict(mapping.get());
-  if (isOrderedDict(mapping.get())) return readOrderedDict(mapping.get());
+  if (isOrderedDict(mapping.get())) return readOrderedDict(to, mapping.get());
   return readByProtocol(mapping.get());
 }
 

@@ -77,6 +77,7 @@ bool isPlain(PyObject* obj) {
 }
 
 void refuseColumnItem(PyObject* item) {
+  PyErr_Clear();  // of the item's conversion: asking for names calls what must not see it pending
   PythonUtil::raise(PyExc_TypeError,
                     formatMessage(UnsupportedDataFrameColumnTypeError, getUnqualifiedName(item)));
 }

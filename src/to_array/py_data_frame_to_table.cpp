@@ -1,5 +1,6 @@
 #include "to_array/py_data_frame_to_table.h"
 
+#include <algorithm>
 #include <boost/numeric/conversion/cast.hpp>
 #include <map>
 #include <string>
@@ -142,23 +143,32 @@ Column readColumn(PyObject* frame, PyObject* name) {
 
 // All names come first: a name that has no text is an error whatever the columns hold. The first
 // column of a datetime dtype gives the row times.
-TableVariables convertColumns(FrameColumns& columns, const Frame& frame, bool isForeign) {
+void appendColumns(Encoder& to, FrameColumns& converted, const Frame& frame, bool isForeign) {
   TableVariables variables;
   for (const PyObjectWithGuard& name : frame.names) {
-    variables.names.push_back(readName(columns.encoder(), name.get()).utf8);
+    variables.names.push_back(readName(to, name.get()).utf8);
   }
-  std::vector<Column> series;
+  std::vector<Column> columns;
   for (const PyObjectWithGuard& name : frame.names) {
-    series.push_back(readColumn(frame.object.get(), name.get()));
-    if (!variables.times && series.back().type.kind == 'M') variables.times = series.size() - 1;
+    columns.push_back(readColumn(frame.object.get(), name.get()));
   }
-  for (const Column& column : series) {
-    if (isForeign) columns.beforeForeignCode();
+  for (const Column& column : columns) {
+    if (isForeign) converted.beforeForeignCode();
     variables.rows = sizeOf(column.series.get());
-    columns.append(processColumnData(columns, column.series.get(), column.type));
+    converted.append(processColumnData(converted, column.series.get(), column.type));
   }
-  variables.data = columns.arrays();
-  return variables;
+  variables.data = converted.arrays();
+  const auto first = std::find_if(columns.begin(), columns.end(),
+                                  [](const Column& column) { return column.type.kind == 'M'; });
+  std::optional<RowTimes> times;
+  if (first != columns.end()) {
+    const auto name = variables.names.begin() + (first - columns.begin());
+    const auto data = variables.data.begin() + (first - columns.begin());
+    times = RowTimes{*name, *data};
+    variables.names.erase(name);
+    variables.data.erase(data);
+  }
+  appendTable(to.tape(), variables, times);
 }
 
 }  // namespace
@@ -169,9 +179,8 @@ void PyDataFrameToTable::append(Encoder& to, PyObject* obj, const Options&) cons
   // Derived classes may do anything in place of what pandas does.
   const bool isForeign =
       reinterpret_cast<PyObject*>(Py_TYPE(obj)) != pandasObjects().dataFrame.get();
-  if (isForeign) columns.beforeForeignCode();
-  const Frame frame = prepareFrame(to, obj);
-  appendTable(to.tape(), convertColumns(columns, frame, isForeign));
+  if (isForeign) to.beforeForeignCode();
+  appendColumns(to, columns, prepareFrame(to, obj), isForeign);
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -1,10 +1,12 @@
 #include "to_array/table_image.h"
 
+#include <array>
 #include <functional>
 #include <initializer_list>
 
 namespace PythonZorvanDataArray::detail {
 
+using foundation::zorvandata::Array;
 using foundation::zorvandata::ArrayType;
 using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::ShapeBytes;
@@ -47,19 +49,21 @@ Value emptyCell(size_t rows, size_t columns) {
     tape.closeCell();
   };
 }
-// A row of texts, each of which must outlive the value.
-Value texts(std::vector<std::string_view> row) {
-  return [row = std::move(row)](TapeBuilder& tape) {
-    tape.openCell(row.size());
-    for (const std::string_view each : row) {
-      tape.element();
-      tape.text(each);
-    }
-    tape.closeCell();
-  };
+template <class Texts>
+void appendTexts(TapeBuilder& tape, const Texts& row) {
+  tape.openCell(row.size());
+  for (const std::string_view each : row) {
+    tape.element();
+    tape.text(each);
+  }
+  tape.closeCell();
 }
 
 void noNumbers(TapeBuilder& tape) { tape.dense(ArrayType::DOUBLE, Dimensions(0, 0)); }
+void dimensionNames(TapeBuilder& tape) {
+  appendTexts(tape, std::array<std::string_view, 2>{"Row", "Variables"});
+}
+void reservedNames(TapeBuilder& tape) { appendTexts(tape, std::array<std::string_view, 1>{":"}); }
 void noFields(TapeBuilder& tape) { appendRecord(tape, "", {}); }
 
 void appendProperties(TapeBuilder& tape) {
@@ -69,7 +73,7 @@ void appendProperties(TapeBuilder& tape) {
                 {"Description", text("")},
                 {"CustomProps", noFields},
                 {"VariableCustomProps", noFields},
-                {"DimensionNames", texts({"Row", "Variables"})},
+                {"DimensionNames", dimensionNames},
                 {"DimensionNamesOriginal", emptyCell(1, 0)},
                 {"VariableNamesOriginal", emptyCell(1, 0)},
                 {"UserData", noNumbers},
@@ -97,7 +101,7 @@ void appendRowDimension(TapeBuilder& tape) {
                 {"requireLabels", flag(false)},
                 {"requireUniqueLabels", flag(true)},
                 {"DuplicateLabelExceptionID", text("ZORVAN:table:DuplicateRowNames")},
-                {"reservedNames", texts({":"})},
+                {"reservedNames", reservedNames},
                 {"labels", emptyCell(0, 1)},
                 {"length", number(kLength)},
                 {"hasLabels", flag(false)},
@@ -110,38 +114,22 @@ void appendArrayProperties(TapeBuilder& tape) {
       {{"Description", text("")}, {"UserData", noNumbers}, {"TableCustomProperties", noFields}});
 }
 
-// The variables' names and data: all but the row times.
-class Variables {
- public:
-  explicit Variables(const TableVariables& all) : all_(all) {}
-
-  size_t count() const { return all_.names.size() - (all_.times ? 1 : 0); }
-  Value names() const {
-    std::vector<std::string_view> row;
-    for (size_t i = 0; i < all_.names.size(); ++i) {
-      if (i != all_.times) row.push_back(all_.names[i]);
+Value namesOf(const TableVariables& variables) {
+  return [&names = variables.names](TapeBuilder& tape) { appendTexts(tape, names); };
+}
+Value dataOf(const TableVariables& variables) {
+  return [&data = variables.data](TapeBuilder& tape) {
+    tape.openCell(data.size());
+    for (const Array& column : data) {
+      tape.element();
+      tape.array(column);
     }
-    return texts(std::move(row));
-  }
-  Value data() const {
-    return [this](TapeBuilder& tape) {
-      tape.openCell(count());
-      for (size_t i = 0; i < all_.data.size(); ++i) {
-        if (i == all_.times) continue;
-        tape.element();
-        tape.array(all_.data[i]);
-      }
-      tape.closeCell();
-    };
-  }
+    tape.closeCell();
+  };
+}
 
- private:
-  const TableVariables& all_;
-};
-
-void appendTimetableImage(TapeBuilder& tape, const TableVariables& all) {
-  const Variables variables(all);
-  const size_t times = *all.times;
+void appendTimetableImage(TapeBuilder& tape, const TableVariables& variables,
+                          const RowTimes& times) {
   appendRecord(tape, "",
                {{"CustomProps", noFields},
                 {"VariableCustomProps", noFields},
@@ -161,34 +149,36 @@ void appendTimetableImage(TapeBuilder& tape, const TableVariables& all) {
                 {"dimNames20482048", emptyCell(0, 0)},
                 {"varNamesOrig", emptyCell(0, 0)},
                 {"varNames2048", emptyCell(0, 0)},
-                {"numRows", number(all.rows)},
-                {"numVars", number(variables.count())},
+                {"numRows", number(variables.rows)},
+                {"numVars", number(variables.names.size())},
                 {"varDescriptions", emptyCell(0, 0)},
                 {"varUnits", emptyCell(0, 0)},
                 {"timeEvents", noNumbers},
                 {"varContinuity", emptyCell(0, 0)},
                 {"arrayProps", appendArrayProperties},
-                {"varNames", variables.names()},
-                {"data", variables.data()},
-                {"rowTimes", [&](TapeBuilder& image) { image.array(all.data[times]); }},
-                {"dimNames", texts({all.names[times], "Variables"})}});
+                {"varNames", namesOf(variables)},
+                {"data", dataOf(variables)},
+                {"rowTimes", [&](TapeBuilder& image) { image.array(times.data); }},
+                {"dimNames", [&](TapeBuilder& image) {
+                   appendTexts(image, std::array<std::string_view, 2>{times.name, "Variables"});
+                 }}});
 }
 
 }  // namespace
 
-void appendTable(TapeBuilder& tape, const TableVariables& all) {
-  if (all.times) {
-    const auto image = [&all](TapeBuilder& object) { appendTimetableImage(object, all); };
+void appendTable(TapeBuilder& tape, const TableVariables& variables,
+                 const std::optional<RowTimes>& times) {
+  if (times) {
+    const auto image = [&](TapeBuilder&) { appendTimetableImage(tape, variables, *times); };
     return appendRecord(tape, "timetable", {{"__CustomSave", image}});
   }
-  const Variables variables(all);
   appendRecord(tape, "table",
-               {{"data", variables.data()},
+               {{"data", dataOf(variables)},
                 {"ndims", number(2.0)},
-                {"nrows", number(all.rows)},
+                {"nrows", number(variables.rows)},
                 {"rownames", emptyCell(0, 0)},
-                {"nvars", number(variables.count())},
-                {"varnames", variables.names()},
+                {"nvars", number(variables.names.size())},
+                {"varnames", namesOf(variables)},
                 {"props", appendProperties},
                 {"rowDim", appendRowDimension}});
 }

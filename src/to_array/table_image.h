@@ -11,15 +11,21 @@
 
 namespace PythonZorvanDataArray::detail {
 
-// The variables of a table, in order, one of which may be the times of its rows.
+// The times of a timetable's rows, and the name of that dimension.
+struct RowTimes {
+  std::string name;
+  foundation::zorvandata::Array data;
+};
+
+// The variables of a table, in order. Texts are UTF-8.
 struct TableVariables {
-  std::vector<std::string> names;  // UTF-8
-  std::vector<foundation::zorvandata::Array> data;
+  std::vector<std::string> names;
+  std::vector<foundation::zorvandata::Array> data;  // as many columns
   size_t rows = 0;
-  std::optional<size_t> times;
 };
 
 // Appends a timetable if there are times, else a table.
-void appendTable(foundation::zorvandata::TapeBuilder& tape, const TableVariables& variables);
+void appendTable(foundation::zorvandata::TapeBuilder& tape, const TableVariables& variables,
+                 const std::optional<RowTimes>& times);
 
 }  // namespace PythonZorvanDataArray::detail

@@ -57,7 +57,7 @@ struct Repeated {
   std::string_view whole;
 };
 
-// Fills bytes of that size, of which copy(out) writes the texts end to end.
+// So many bytes, which copy(out) writes: texts end to end.
 template <class Copy>
 Buffer gatherBytes(size_t size, const Copy& copy) {
   Buffer bytes = Buffer::uninitialized(size + Repeated::kShort);
@@ -73,18 +73,15 @@ bool areShort(const uint8_t* codes) {
 }
 
 // Offsets and bits of all texts; returns the size of their bytes.
-template <bool kAreRepeated>
 size_t layOut(const Texts& texts, ArrowTexts& column) {
   constexpr size_t kByte = 8;
   std::array<uint8_t, kTextNumbers> lengths;  // by number
   size_t numbered = 0;
   const auto lengthOf = [&](uint64_t code) -> size_t {
-    if (kAreRepeated && TapeReader::isNumber(code)) return lengths[code / 2];
+    if (TapeReader::isNumber(code)) return lengths[code / 2];
     if (TapeReader::isMissing(code)) return 0;
     const size_t length = TapeReader::lengthOf(code);
-    if (kAreRepeated && takesNumber(length)) {
-      lengths[numbered++ % kTextNumbers] = static_cast<uint8_t>(length);
-    }
+    if (takesNumber(length)) lengths[numbered++ % kTextNumbers] = static_cast<uint8_t>(length);
     return length;
   };
   const auto* codes = reinterpret_cast<const uint8_t*>(texts.codes().data());
@@ -97,7 +94,7 @@ size_t layOut(const Texts& texts, ArrowTexts& column) {
     const size_t count = std::min(kByte, column.count - i);
     const unsigned all = (1u << count) - 1;
     unsigned areThere = 0;
-    if (!kAreRepeated && count == kByte && areShort(codes)) {
+    if (!texts.areRepeated() && count == kByte && areShort(codes)) {
       for (size_t k = 0; k < kByte; ++k) {
         offset[i + k] = static_cast<int64_t>(size);
         size += TapeReader::lengthOf(*codes++);
@@ -119,7 +116,7 @@ size_t layOut(const Texts& texts, ArrowTexts& column) {
   return size;
 }
 
-// The bytes of texts of which some are told by number.
+// Writes the bytes of texts of which some are told by number.
 void unfold(const Texts& texts, char* out) {
   std::vector<Repeated> numbered(kTextNumbers);
   size_t count = 0;
@@ -127,48 +124,41 @@ void unfold(const Texts& texts, char* out) {
   const auto* bytes = reinterpret_cast<const char*>(texts.bytes().data());
   for (size_t i = texts.size(); i > 0; --i) {
     const uint64_t code = readVarint(codes);
+    if (TapeReader::isMissing(code)) continue;
     if (TapeReader::isNumber(code)) {
       out = numbered[code / 2].copyTo(out);
       continue;
     }
-    if (TapeReader::isMissing(code)) continue;
     const std::string_view text(bytes, TapeReader::lengthOf(code));
-    std::memcpy(out, text.data(), text.size());
+    out += text.copy(out, text.size());
     bytes += text.size();
-    out += text.size();
     if (takesNumber(text.size())) numbered[count++ % kTextNumbers] = Repeated(text);
   }
 }
 
 ArrowTexts layOut(const Texts& texts) {
   ArrowTexts column(texts.size());
-  if (texts.areRepeated()) {
-    const size_t size = layOut<true>(texts, column);
-    column.bytes = gatherBytes(size, [&texts](char* out) { unfold(texts, out); });
-  } else {
-    layOut<false>(texts, column);
-    column.bytes = texts.bytes();
-  }
+  const size_t size = layOut(texts, column);
+  column.bytes = texts.areRepeated()
+                     ? gatherBytes(size, [&texts](char* out) { unfold(texts, out); })
+                     : texts.bytes();
   return column;
 }
 
 template <class Position>
 ArrowTexts layOut(const std::vector<std::string>& distinct, const Position* positions,
                   size_t count) {
-  std::vector<Repeated> texts(distinct.begin(), distinct.end());
-  const auto textAt = [&](size_t i) -> const Repeated& {
-    return texts[static_cast<size_t>(positions[i])];
-  };
+  const std::vector<Repeated> texts(distinct.begin(), distinct.end());
   ArrowTexts column(count);
   int64_t* offset = column.firstOffset();
   size_t size = 0;
   for (size_t i = 0; i < count; ++i) {
     offset[i] = static_cast<int64_t>(size);
-    size += textAt(i).whole.size();
+    size += texts[static_cast<size_t>(positions[i])].whole.size();
   }
   offset[count] = static_cast<int64_t>(size);
   column.bytes = gatherBytes(size, [&](char* out) {
-    for (size_t i = 0; i < count; ++i) out = textAt(i).copyTo(out);
+    for (size_t i = 0; i < count; ++i) out = texts[static_cast<size_t>(positions[i])].copyTo(out);
   });
   return column;
 }
