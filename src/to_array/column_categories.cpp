@@ -56,8 +56,7 @@ class UniqueValues {
 class CategoricalOfCodes {
  public:
   // The categories as a list.
-  CategoricalOfCodes(FrameColumns& columns, const PyObjectWithGuard& categories)
-      : columns_(columns), categories_(categories) {}
+  explicit CategoricalOfCodes(const PyObjectWithGuard& categories) : categories_(categories) {}
 
   template <class T>
   Array operator()(const TypedArray<T>& codes) const {
@@ -96,7 +95,6 @@ class CategoricalOfCodes {
   // str(category) as UTF-8.
   std::string categoryText(size_t position) const {
     const PyObjectWithGuard category = listItem(categories_, position);
-    if (!isPlain(category.get())) columns_.beforeForeignCode();
     const auto text = PyObjectWithGuard::owned(PyObject_Str(category.get()));
     const std::optional<std::u16string> units = convertPyStrToUstring(text.get());
     if (!units) throw PythonErrorSet();
@@ -119,7 +117,6 @@ class CategoricalOfCodes {
     return TapeReader(*tape.finish()).arrayHere();
   }
 
-  // Python code may have run since the codes were looked at, and changed them.
   template <class T>
   static Array getTypedArrayFromUniqueValues(const TypedArray<T>& codes,
                                              const std::vector<uint8_t>& codeOf) {
@@ -127,16 +124,20 @@ class CategoricalOfCodes {
     Buffer buffer = Buffer::uninitialized(rows);
     auto* out = reinterpret_cast<uint8_t*>(buffer.mutableData());
     const T* code = codes.begin();
-    for (size_t i = 0; i < rows; ++i) {
-      const size_t index = indexOf(code[i]);
-      out[i] = index < codeOf.size() ? codeOf[index] : 0;
-    }
+    for (size_t i = 0; i < rows; ++i) out[i] = codeOf[indexOf(code[i])];
     return makeDense(ArrayType::UINT8, Dimensions(rows, 1), std::move(buffer));
   }
 
-  FrameColumns& columns_;
   const PyObjectWithGuard& categories_;
 };
+
+bool arePlain(const PyObjectWithGuard& list) {
+  const auto count = static_cast<size_t>(PyList_Size(list.get()));
+  for (size_t i = 0; i < count; ++i) {
+    if (!isPlain(listItem(list, i).get())) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -144,9 +145,14 @@ Array handleCategoricalColumn(FrameColumns& columns, PyObject* series) {
   const auto values = attributeOf(series, "array");
   const auto categories = resultOf(attributeOf(values.get(), "categories").get(), "tolist");
   const auto numbers = attributeOf(values.get(), "codes");
-  const std::optional<Array> codes = PythonNdPyArray::arrayFromBuffer(numbers.get());
+  std::optional<Array> codes = PythonNdPyArray::arrayFromBuffer(numbers.get());
   if (!codes) throw PythonErrorSet();
-  return foundation::zorvandata::applyVisitor(*codes, CategoricalOfCodes(columns, categories));
+  // The text of a category of a class of its own is made by code that may change the codes.
+  if (!arePlain(categories)) {
+    columns.beforeForeignCode();
+    codes = makeDense(codes->getType(), codes->dimensions(), codes->impl().buffer().settled());
+  }
+  return foundation::zorvandata::applyVisitor(*codes, CategoricalOfCodes(categories));
 }
 
 }  // namespace PythonZorvanDataArray::detail

@@ -65,21 +65,6 @@ PyObjectWithGuard getDictPtr(PyObject* obj) {
         formatMessage(TypeNotConvertibleToZORVANDictionary, getUnqualifiedName(mapping.get())));
 }
 
-MappingItems readDict(PyObject* dict) {
-  MappingItems items;
-  items.fromDict = true;
-  const auto count = boost::numeric_cast<size_t>(PyDict_Size(dict));
-  items.keys.reserve(count);
-  items.values.reserve(count);
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  for (Py_ssize_t position = 0; PyDict_Next(dict, &position, &key, &value);) {
-    items.keys.push_back(PyObjectWithGuard::newReference(key));
-    items.values.push_back(PyObjectWithGuard::newReference(value));
-  }
-  return items;
-}
-
 // The interpreter turns a negative length into a ValueError; here it has an error of its own. Any
 // other ValueError, pending when this is called, stays.
 void reportNegativeLength(PyObject* mapping) {
@@ -104,27 +89,6 @@ size_t itemCount(PyObject* mapping) {
   throw PythonErrorSet();
 }
 
-MappingItems readByProtocol(PyObject* mapping) {
-  const size_t count = itemCount(mapping);
-  const auto keys = checked(PyMapping_Keys(mapping));
-  const Py_ssize_t found = PyList_Size(keys.get());
-  MappingItems items;
-  items.keys.reserve(boost::numeric_cast<size_t>(found));
-  items.values.reserve(boost::numeric_cast<size_t>(found));
-  for (Py_ssize_t i = 0; i < found; ++i) {
-    auto key = PyObjectWithGuard::newReference(PyList_GetItem(keys.get(), i));
-    auto value = checked(PyObject_GetItem(mapping, key.get()));
-    items.keys.push_back(std::move(key));
-    items.values.push_back(std::move(value));
-  }
-  const size_t after = itemCount(mapping);
-  if (items.size() == count && after == count) return items;
-  raise(PyExc_RuntimeError,
-        "mapping of type '" + getUnqualifiedName(mapping) +
-            "' changed while it was read or misstates its length: " + std::to_string(items.size()) +
-            " keys, length " + std::to_string(after));
-}
-
 // Whether a dict of this type keeps its own order and has no methods written in Python: what its
 // items are then needs no code of anybody else's.
 bool isOrderedDict(PyObject* mapping) {
@@ -142,38 +106,90 @@ bool hasPlainKeys(PyObject* dict) {
   return true;
 }
 
+}  // namespace
+
+void MappingItems::reserve(size_t count) {
+  keys_.reserve(count);
+  values_.reserve(count);
+}
+
+void MappingItems::readDict(PyObject* dict) {
+  areFromDict_ = true;
+  reserve(boost::numeric_cast<size_t>(PyDict_Size(dict)));
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  for (Py_ssize_t position = 0; PyDict_Next(dict, &position, &key, &value);) {
+    keys_.push_back(PyObjectWithGuard::newReference(key));
+    values_.push_back(PyObjectWithGuard::newReference(value));
+  }
+}
+
 // The keys in the mapping's order; the values looked up without its methods. Already the walk over
 // an OrderedDict asks the keys for their hashes.
-MappingItems readOrderedDict(Encoder& to, PyObject* mapping) {
-  if (!hasPlainKeys(mapping)) to.beforeForeignCode();
-  const auto keys = checked(PySequence_List(mapping));
+void MappingItems::readOrderedDict(Encoder& to, PyObject* dict) {
+  if (!hasPlainKeys(dict)) to.beforeForeignCode();
+  areFromDict_ = true;
+  const auto keys = checked(PySequence_List(dict));
   const Py_ssize_t count = PyList_Size(keys.get());
-  MappingItems items;
-  items.fromDict = true;
-  items.keys.reserve(boost::numeric_cast<size_t>(count));
-  items.values.reserve(boost::numeric_cast<size_t>(count));
+  reserve(boost::numeric_cast<size_t>(count));
   for (Py_ssize_t i = 0; i < count; ++i) {
     auto key = PyObjectWithGuard::newReference(PyList_GetItem(keys.get(), i));
-    PyObject* value = PyDict_GetItemWithError(mapping, key.get());
+    PyObject* value = PyDict_GetItemWithError(dict, key.get());
     if (!value) {
       if (!PyErr_Occurred()) PyErr_SetObject(PyExc_KeyError, key.get());
       throw PythonErrorSet();
     }
-    items.keys.push_back(std::move(key));
-    items.values.push_back(PyObjectWithGuard::newReference(value));
+    keys_.push_back(std::move(key));
+    values_.push_back(PyObjectWithGuard::newReference(value));
   }
-  return items;
 }
 
-}  // namespace
+void MappingItems::readByProtocol(PyObject* mapping) {
+  asked_ = PyObjectWithGuard::newReference(mapping);
+  const size_t length = itemCount(mapping);
+  const auto keys = checked(PyMapping_Keys(mapping));
+  const Py_ssize_t found = PyList_Size(keys.get());
+  for (Py_ssize_t i = 0; i < found; ++i) {
+    keys_.push_back(PyObjectWithGuard::newReference(PyList_GetItem(keys.get(), i)));
+  }
+  compareLength(length);
+}
+
+PyObjectWithGuard MappingItems::value(Encoder& to, size_t i) const {
+  if (!asked_) return PyObjectWithGuard::newReference(values_[i].get());
+  to.beforeForeignCode();
+  return checked(PyObject_GetItem(asked_.get(), keys_[i].get()));
+}
+
+void MappingItems::checkLength(Encoder& to) const {
+  if (!asked_) return;
+  to.beforeForeignCode();
+  compareLength(itemCount(asked_.get()));
+}
+
+void MappingItems::compareLength(size_t length) const {
+  if (size() == length) return;
+  raise(PyExc_RuntimeError, "mapping of type '" + getUnqualifiedName(asked_.get()) +
+                                "' changed while it was read or misstates its length: " +
+                                std::to_string(size()) + " keys, length " + std::to_string(length));
+}
 
 MappingItems readMapping(Encoder& to, PyObject* obj) {
-  if (isOrderedDict(obj)) return readOrderedDict(to, obj);
+  MappingItems items;
+  if (isOrderedDict(obj)) {
+    items.readOrderedDict(to, obj);
+    return items;
+  }
   to.beforeForeignCode();
   const PyObjectWithGuard mapping = getDictPtr(obj);
-  if (PyDict_CheckExact(mapping.get())) return readDict(mapping.get());
-  if (isOrderedDict(mapping.get())) return readOrderedDict(to, mapping.get());
-  return readByProtocol(mapping.get());
+  if (PyDict_CheckExact(mapping.get())) {
+    items.readDict(mapping.get());
+  } else if (isOrderedDict(mapping.get())) {
+    items.readOrderedDict(to, mapping.get());
+  } else {
+    items.readByProtocol(mapping.get());
+  }
+  return items;
 }
 
 }  // namespace PythonZorvanDataArray::detail

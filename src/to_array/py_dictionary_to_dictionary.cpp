@@ -52,14 +52,6 @@ bool areAllExactly(const Objects& objects, PyTypeObject* type) {
                      [type](const auto& object) { return Py_TYPE(object.get()) == type; });
 }
 
-// Whether every object's type is the first one's or a subtype of it.
-bool isHomogeneous(const Objects& objects) {
-  PyTypeObject* first = Py_TYPE(objects.front().get());
-  return std::all_of(objects.begin(), objects.end(), [first](const auto& object) {
-    return PyType_IsSubtype(Py_TYPE(object.get()), first) != 0;
-  });
-}
-
 // Doubles in a cell as one array; anything else as it is.
 Array combineDoubles(const Array& cell) {
   const auto& part = cell.impl().items().onTape().front();
@@ -72,46 +64,96 @@ Array combineDoubles(const Array& cell) {
                    foundation::zorvandata::Buffer::copyOf(reader.reals(part.size()), size));
 }
 
-// Several keys, or values, as one N-by-1 array: converted one by one, in the form that suits all of
-// them.
-class ItemsOfDictionary {
+// One side of the items of a mapping, keys or values, converted apart from what the mapping is in.
+// Several objects become an N-by-1 array: a string array if all are texts, doubles if all are
+// floats, else a cell.
+class Side {
  public:
-  explicit ItemsOfDictionary(const Objects& objects)
-      : objects_(objects),
-        form_(areAllExactly(objects, &PyUnicode_Type) ? Form::kStrings
-              : isHomogeneous(objects)                ? Form::kPerhapsDoubles
-                                                      : Form::kCell) {}
+  Side(Encoder& outer, size_t count)
+      : outer_(outer), dims_(count, 1), encoder_(std::make_unique<Encoder>(outer, 1)) {}
 
-  void open(Encoder& to) const {
-    const Dimensions dims(objects_.size(), 1);
-    form_ == Form::kStrings ? to.tape().openStrings(dims) : to.tape().openGrid(dims);
+  Encoder& encoder() { return *encoder_; }
+  void standBeside(Side& other) {
+    other_ = &other;
+    encoder_->standBeside(*other.encoder_);
   }
-  void append(Encoder& to, size_t i) const {
-    if (form_ == Form::kStrings) return to.appendStringElement(objects_[i].get());
-    to.tape().element();
-    to.append(objects_[i].get(), getOptionsWithinDict());
+
+  void append(PyObject* object) {
+    const bool isText = Py_TYPE(object) == &PyUnicode_Type;
+    if (!firstType_) {
+      open(isText);
+      firstType_ = typeOf(object);
+    } else if (!isText && areTexts_) {
+      widenToCell();
+    }
+    if (areTexts_) {
+      encoder_->appendStringElement(object);
+      texts_.push_back(PyObjectWithGuard::newReference(object));
+      return;
+    }
+    auto* first = reinterpret_cast<PyTypeObject*>(firstType_.get());
+    areOfOneType_ = areOfOneType_ && PyType_IsSubtype(Py_TYPE(object), first) != 0;
+    appendToCell(object);
   }
-  Array close(Encoder& to) const {
-    if (form_ == Form::kStrings) return finish(to);
-    to.tape().closeCell();
-    const Array cell = finish(to);
-    return form_ == Form::kPerhapsDoubles ? combineDoubles(cell) : cell;
+
+  Array close() {
+    if (areTexts_) return finish(*encoder_);
+    encoder_->tape().closeCell();
+    const Array cell = finish(*encoder_);
+    return areOfOneType_ ? combineDoubles(cell) : cell;
   }
 
  private:
-  enum class Form { kStrings, kPerhapsDoubles, kCell };
+  static PyObjectWithGuard typeOf(PyObject* object) {
+    return PyObjectWithGuard::newReference(reinterpret_cast<PyObject*>(Py_TYPE(object)));
+  }
+  void open(bool asTexts) {
+    areTexts_ = asTexts;
+    asTexts ? encoder_->tape().openStrings(dims_) : encoder_->tape().openGrid(dims_);
+  }
+  void appendToCell(PyObject* object) {
+    encoder_->tape().element();
+    encoder_->append(object, getOptionsWithinDict());
+  }
+  // Once more from the first; texts cannot have changed.
+  void widenToCell() {
+    encoder_ = std::make_unique<Encoder>(outer_, 1);
+    standBeside(*other_);
+    other_->standBeside(*this);
+    open(false);
+    for (const auto& text : texts_) appendToCell(text.get());
+    texts_.clear();
+  }
 
-  const Objects& objects_;
-  Form form_;
+  Encoder& outer_;
+  Dimensions dims_;
+  std::unique_ptr<Encoder> encoder_;  // not on the stack, of which a deep nest would take too much
+  Side* other_ = nullptr;
+  std::vector<PyObjectWithGuard> texts_;
+  PyObjectWithGuard firstType_;
+  bool areTexts_ = false;
+  bool areOfOneType_ = true;
+};
+
+struct Sides {
+  Sides(Encoder& to, size_t count) : keys(to, count), values(to, count) {
+    keys.standBeside(values);
+    values.standBeside(keys);
+  }
+  Sides(const Sides&) = delete;
+  Sides& operator=(const Sides&) = delete;
+
+  Side keys;
+  Side values;
 };
 
 // Objects that differ to Python may be one and the same to the engine. The keys of a dict that are
 // all of the same plain type cannot.
 bool mayCollapse(const MappingItems& items) {
-  if (!items.fromDict) return true;
-  PyTypeObject* first = Py_TYPE(items.keys.front().get());
+  if (!items.areFromDict()) return true;
+  PyTypeObject* first = Py_TYPE(items.keys().front().get());
   const bool plain = first == &PyUnicode_Type || first == &PyLong_Type || first == &PyFloat_Type;
-  return !plain || !areAllExactly(items.keys, first);
+  return !plain || !areAllExactly(items.keys(), first);
 }
 
 // Equal to nothing, itself included.
@@ -151,25 +193,15 @@ Array wrapInCell(const Array& value) {
                    foundation::zorvandata::Items(std::vector<Array>{value}));
 }
 
-// Where keys and values are converted apart from each other. Not on the stack, of which a deep nest
-// of mappings would take too much.
-struct Sides {
-  explicit Sides(Encoder& to)
-      : keys(std::make_unique<Encoder>(to, 1)), values(std::make_unique<Encoder>(to, 1)) {
-    keys->standBeside(*values);
-    values->standBeside(*keys);
-  }
-
-  std::unique_ptr<Encoder> keys;
-  std::unique_ptr<Encoder> values;
-};
-
 void appendOneItem(Encoder& to, const MappingItems& items) {
-  const Sides sides(to);
-  sides.keys->append(items.keys[0].get(), getOptionsWithinDict());
-  sides.values->append(items.values[0].get(), getOptionsWithinDict());
-  const Array key = finish(*sides.keys);
-  const Array value = finish(*sides.values);
+  Sides sides(to, 1);
+  Encoder& keys = sides.keys.encoder();
+  Encoder& values = sides.values.encoder();
+  keys.append(items.keys()[0].get(), getOptionsWithinDict());
+  values.append(items.value(values, 0).get(), getOptionsWithinDict());
+  items.checkLength(values);
+  const Array key = finish(keys);
+  const Array value = finish(values);
   const bool isLoneKey = key.getNumberOfElements() == 1;
   const Array storedKey = !isLoneKey && shouldBeStoredAsCell(key) ? wrapInCell(key) : key;
   const Array storedValue = shouldBeStoredAsCell(value) ? wrapInCell(value) : value;
@@ -180,19 +212,15 @@ void appendOneItem(Encoder& to, const MappingItems& items) {
 }
 
 void appendSeveralItems(Encoder& to, const MappingItems& items) {
-  const ItemsOfDictionary keys(items.keys);
-  const ItemsOfDictionary values(items.values);
-  const Sides sides(to);
-  keys.open(*sides.keys);
-  values.open(*sides.values);
+  Sides sides(to, items.size());
   for (size_t i = 0; i < items.size(); ++i) {
-    keys.append(*sides.keys, i);
-    values.append(*sides.values, i);
+    sides.keys.append(items.keys()[i].get());
+    sides.values.append(items.value(sides.values.encoder(), i).get());
   }
-  const Array keyArray = keys.close(*sides.keys);
-  if (mayCollapse(items)) checkDistinct(keyArray);
-  const Array valueArray = values.close(*sides.values);
-  appendConfigured(to, keyArray, valueArray);
+  items.checkLength(sides.values.encoder());
+  const Array keys = sides.keys.close();
+  if (mayCollapse(items)) checkDistinct(keys);
+  appendConfigured(to, keys, sides.values.close());
 }
 
 }  // namespace

@@ -331,7 +331,36 @@ def test_code_of_keys():
     assert as_walked(keyed, buffer)
 
 
-@pytest.mark.xfail(strict=True, reason="values of a mapping are all fetched before one is walked")
+def test_code_of_categories_and_names():
+    class Named:
+        def __init__(self, text):
+            self.text, self.run = text, idle
+
+        def __str__(self):
+            self.run()
+            return self.text
+
+        def __hash__(self):
+            self.run()
+            return 1
+
+    def categories(run):
+        last = Named("b")
+        frame = pd.DataFrame({"c": pd.Categorical.from_codes(codes, [Named("a"), last])})
+        last.run = run
+        return frame
+
+    def index(run):
+        name = Named("name")
+        frame = pd.DataFrame({"n": [1.0, 2.0]}, index=pd.Index([1, 2], name=name))
+        name.run = run
+        return [buffer, frame]
+
+    codes, buffer = np.array([0, 1, 1], "i1"), np.arange(1.0, 601)
+    assert as_walked(categories, codes)
+    assert as_walked(index, buffer)
+
+
 @pytest.mark.parametrize("size", [2, 600, 131072])
 def test_a_mapping_may_refill_one_buffer(size):
     class Refilled(Mapped):
