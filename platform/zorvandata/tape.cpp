@@ -93,16 +93,16 @@ std::string_view Tape::numberedText(size_t index) const {
 }
 
 std::shared_ptr<const Layout> Tape::layout(uint64_t shape) const {
-  if (shape != lastShape_) {
+  std::shared_ptr<const Layout>& known = layouts_[shape];
+  if (!known) {
     ShapeReader reader(*this, shape);
     auto layout = std::make_shared<Layout>();
     layout->className = reader.className();
     layout->names.reserve(reader.names());
     for (size_t i = reader.names(); i > 0; --i) layout->names.emplace_back(reader.next());
-    lastLayout_ = std::move(layout);
-    lastShape_ = shape;
+    known = std::move(layout);
   }
-  return lastLayout_;
+  return known;
 }
 
 ShapeReader::ShapeReader(const Tape& tape, uint64_t shape) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <unordered_map>
 
 #include "zorvandata/array.h"
 #include "zorvandata/short_vector.h"
@@ -96,8 +97,7 @@ struct Tape : std::enable_shared_from_this<Tape> {
 
   mutable std::shared_ptr<const Tape> shared_;
   mutable std::shared_ptr<const NumberedTexts> numbered_;
-  mutable std::shared_ptr<const Layout> lastLayout_;
-  mutable uint64_t lastShape_ = UINT64_MAX;
+  mutable std::unordered_map<uint64_t, std::shared_ptr<const Layout>> layouts_;  // that were asked
 };
 
 // Steps over the class and the names of one shape.

@@ -105,6 +105,27 @@ PyObjectWithGuard Decoder::outputs(const Tape& tape) {
   return TapeValues(*this, tape).list(reader, head.items, head.isRun, Empties::kAsLists);
 }
 
+// The maker of what lies on the tape of some items: the one at work on it, else one for as long as
+// this lives.
+class Decoder::OnTape {
+ public:
+  OnTape(Decoder& decoder, const Items& items) {
+    if (items.onTape().empty()) return;
+    const Tape& tape = *items.onTape().front().tape();
+    values_ = decoder.innermost_;
+    while (values_ && !values_->isOf(tape)) values_ = values_->outer();
+    if (!values_) {
+      own_ = std::make_unique<TapeValues>(decoder, tape);
+      values_ = own_.get();
+    }
+  }
+  TapeValues* operator->() const { return values_; }
+
+ private:
+  std::unique_ptr<TapeValues> own_;
+  TapeValues* values_ = nullptr;
+};
+
 PyObjectWithGuard Decoder::array(const Array& array) {
   const ArrayType type = array.getType();
   if (isDense(type)) return makeDense(array);
@@ -117,8 +138,10 @@ PyObjectWithGuard Decoder::array(const Array& array) {
       return list(array.impl().items(), Empties::kAsLists);
     case ArrayType::STRUCT:
       return makeDict(*this, array);
-    case ArrayType::VALUE_OBJECT:
+    case ArrayType::VALUE_OBJECT: {
+      const OnTape allProperties(*this, array.impl().items());
       return makeObject(*this, array);
+    }
     case ArrayType::HANDLE_OBJECT_REF:
       return makeZorvanObject(array);
     default:
@@ -130,9 +153,9 @@ PyObjectWithGuard Decoder::list(const Items& items, Empties empties) {
   const std::vector<TapeItems>& parts = items.onTape();
   if (parts.size() == 1) {
     TapeReader reader = parts[0].first();
-    return TapeValues(*this, *parts[0].tape())
-        .list(reader, parts[0].size(), parts[0].isRun(), empties);
+    return OnTape(*this, items)->list(reader, parts[0].size(), parts[0].isRun(), empties);
   }
+  const OnTape allItems(*this, items);
   auto list = checked(PyList_New(static_cast<Py_ssize_t>(items.size())));
   for (size_t i = 0; i < items.size(); ++i) {
     const Array item = items.get(i);

@@ -21,6 +21,8 @@ namespace PythonZorvanDataArray::detail {
 // How values without elements show themselves: in lists as empty lists, elsewhere as they are.
 enum class Empties { kAsTheyAre, kAsLists };
 
+class TapeValues;
+
 class Decoder {
  public:
   Decoder() = default;
@@ -38,6 +40,10 @@ class Decoder {
   const DatetimeMaker& datetimeMaker(const foundation::zorvandata::RecordReader& datetime);
 
  private:
+  friend class TapeValues;
+  class OnTape;
+
+  TapeValues* innermost_ = nullptr;      // of the tapes that values are being made of
   std::optional<std::string> lastZone_;  // the name, if it has one
   std::shared_ptr<const DatetimeMaker> lastMaker_;
 };

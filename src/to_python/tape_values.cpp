@@ -1,5 +1,8 @@
 #include "to_python/tape_values.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "to_python/numbers.h"
 #include "util/message_catalogue.h"
 #include "zorvandata/text.h"
@@ -22,8 +25,8 @@ using PythonUtil::PythonErrorSet;
 
 namespace {
 
-// Longer structs do not come twice.
-constexpr size_t kMostKeys = 256;
+// Longer structs seldom come twice.
+constexpr size_t kManyKeys = 256;
 
 // The interpreter's own check, on top of the bound that the message kept.
 class Level {
@@ -72,12 +75,14 @@ PyObject* makeComplexInteger(TapeReader& reader, bool isUnsigned64) {
 
 }  // namespace
 
-TapeValues::TapeValues(Decoder& decoder, const Tape& tape) : decoder_(decoder), tape_(tape) {
+TapeValues::TapeValues(Decoder& decoder, const Tape& tape)
+    : decoder_(decoder), outer_(std::exchange(decoder.innermost_, this)), tape_(tape) {
   constexpr size_t kLong = 4096;
-  isAscii_ = tape.text.size() < kLong || foundation::zorvandata::isAscii(tape.text);
+  decodesSingly_ = tape.text.size() < kLong || foundation::zorvandata::isAscii(tape.text);
 }
 
 TapeValues::~TapeValues() {
+  decoder_.innermost_ = outer_;
   for (PyObject* key : keys_) Py_XDECREF(key);
 }
 
@@ -114,7 +119,7 @@ PyObject* TapeValues::make(TapeReader& reader, Empties empties) {
     }
     case kindOf(ArrayType::CELL):
     case foundation::zorvandata::kind::kRun:
-      return makeList(reader, empties);
+      return makeList(reader);
     case kindOf(ArrayType::STRUCT):
       return makeDict(reader);
     case kindOf(ArrayType::VALUE_OBJECT):
@@ -154,7 +159,7 @@ PyObject* TapeValues::makeNumbered(const TapeReader& reader, uint64_t code) {
   return newReference(known.text.get());
 }
 
-PyObject* TapeValues::makeList(TapeReader& reader, Empties) {
+PyObject* TapeValues::makeList(TapeReader& reader) {
   const ContainerHead head(reader);
   PyObjectWithGuard made = list(reader, head.items, head.isRun, Empties::kAsLists);
   if (head.isRun) reader.moveTo(head.end);
@@ -204,19 +209,17 @@ bool TapeValues::fillUniform(PyObject* list, TapeReader& reader, size_t count, E
 }
 
 void TapeValues::fillTexts(PyObject* list, TapeReader& reader, size_t count, Empties empties) {
-  size_t i = 0;
-  while (i < count) {
-    const size_t decoded = isAscii_ ? 0 : fillDecoded(list, reader, i, count, empties);
-    i += decoded;
-    if (decoded == 0) {
-      put(list, i, makeText(reader, empties));
-      ++i;
-    }
-  }
+  if (decodesSingly_) return fillSingly(list, reader, 0, count, empties);
+  for (size_t i = 0; i < count;) i = fillDecoded(list, reader, i, count, empties);
+}
+
+void TapeValues::fillSingly(PyObject* list, TapeReader& reader, size_t from, size_t end,
+                            Empties empties) {
+  for (size_t i = from; i < end; ++i) put(list, i, makeText(reader, empties));
 }
 
 // Texts that are not ASCII are decoded many at a time and cut: that takes less than decoding each.
-// Returns how many there were; none where the next one must be made by itself.
+// Returns the end of those that were made, of one at least.
 size_t TapeValues::fillDecoded(PyObject* list, TapeReader& reader, size_t from, size_t count,
                                Empties empties) {
   constexpr size_t kMost = size_t{256} * 1024;
@@ -225,23 +228,25 @@ size_t TapeValues::fillDecoded(PyObject* list, TapeReader& reader, size_t from, 
   size_t bytes = 0;
   const char* first = nullptr;
   for (; end < count && bytes < kMost; ++end) {
-    TapeReader before = ahead;
     const uint64_t code = ahead.textCode();
-    if (TapeReader::isNumber(code)) {
-      ahead = before;
-      break;
-    }
+    if (TapeReader::isNumber(code)) break;
     const std::string_view text = ahead.spelled(code);
+    // Joined to the one before, a text that is none by itself could become one.
+    if (!text.empty() && (static_cast<unsigned char>(text.front()) & 0xC0) == 0x80) break;
     if (!first) first = text.data();
     bytes += text.size();
   }
-  if (end - from < 2) return 0;
-  const auto chunk = PyObjectWithGuard::owned(
-      PyUnicode_DecodeUTF8(first, static_cast<Py_ssize_t>(bytes), "strict"));
-  if (!chunk) {
-    if (!PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) throw PythonErrorSet();
+  end = std::max(end, from + 1);
+  PyObjectWithGuard chunk;
+  if (end - from > 1) {
+    chunk = PyObjectWithGuard::owned(
+        PyUnicode_DecodeUTF8(first, static_cast<Py_ssize_t>(bytes), "strict"));
+    if (!chunk && !PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) throw PythonErrorSet();
     PyErr_Clear();  // the text that is to blame tells what is wrong
-    return 0;
+  }
+  if (!chunk) {
+    fillSingly(list, reader, from, end, empties);
+    return end;
   }
   Py_ssize_t at = 0;
   for (size_t i = from; i < end; ++i) {
@@ -254,7 +259,7 @@ size_t TapeValues::fillDecoded(PyObject* list, TapeReader& reader, size_t from, 
     at += charactersOf(text);
     put(list, i, orThrow(PyUnicode_Substring(chunk.get(), start, at)));
   }
-  return end - from;
+  return end;
 }
 
 TapeValues::Shape& TapeValues::shapeOf(uint64_t number) {
@@ -265,8 +270,9 @@ TapeValues::Shape& TapeValues::shapeOf(uint64_t number) {
 PyObject* TapeValues::makeDict(TapeReader& reader) {
   const Level level;
   const ContainerHead head(reader);
-  if (head.items > kMostKeys) return makeLongDict(reader, head);
   Shape& shape = shapeOf(head.shape);
+  const bool isFirst = !std::exchange(shape.isMet, true);
+  if (isFirst && head.items > kManyKeys) return makeLongDict(reader, head);
   if (shape.keys != head.items) {
     shape.firstKey = static_cast<uint32_t>(keys_.size());
     ShapeReader names(tape_, head.shape);
@@ -286,7 +292,7 @@ PyObject* TapeValues::makeDict(TapeReader& reader) {
   return dict.release();
 }
 
-// Its keys are not kept: it will be the only one of its shape.
+// The first of its shape, whose keys are not kept.
 PyObject* TapeValues::makeLongDict(TapeReader& reader, const ContainerHead& head) {
   ShapeReader names(tape_, head.shape);
   auto dict = checked(PyDict_New());

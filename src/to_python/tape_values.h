@@ -9,11 +9,17 @@ namespace PythonZorvanDataArray::detail {
 
 class TapeValues {
  public:
-  // Both must outlive this.
+  // Both must outlive this. What the decoder meets of the same tape meanwhile is made here.
   TapeValues(Decoder& decoder, const foundation::zorvandata::Tape& tape);
   ~TapeValues();
   TapeValues(const TapeValues&) = delete;
   TapeValues& operator=(const TapeValues&) = delete;
+
+  // Whether this makes the items of the tape, or of a copy of it, which has the same streams.
+  bool isOf(const foundation::zorvandata::Tape& tape) const {
+    return tape.kinds.data() == tape_.kinds.data();
+  }
+  TapeValues* outer() const { return outer_; }
 
   // The next item of the reader, which moves past it.
   PythonUtil::PyObjectWithGuard item(foundation::zorvandata::TapeReader& reader, Empties empties);
@@ -28,6 +34,7 @@ class TapeValues {
     uint32_t firstKey = 0;  // of structs,
     uint32_t keys = 0;      // once there was one
     Becomes becomes = Becomes::kUnknown;
+    bool isMet = false;
   };
   // A text that stands again.
   struct Numbered {
@@ -37,7 +44,7 @@ class TapeValues {
 
   PyObject* make(foundation::zorvandata::TapeReader& reader, Empties empties);
   PyObject* makeText(foundation::zorvandata::TapeReader& reader, Empties empties);
-  PyObject* makeList(foundation::zorvandata::TapeReader& reader, Empties empties);
+  PyObject* makeList(foundation::zorvandata::TapeReader& reader);
   PyObject* makeDict(foundation::zorvandata::TapeReader& reader);
   PyObject* makeLongDict(foundation::zorvandata::TapeReader& reader,
                          const foundation::zorvandata::ContainerHead& head);
@@ -48,16 +55,19 @@ class TapeValues {
                    Empties empties);
   void fillTexts(PyObject* list, foundation::zorvandata::TapeReader& reader, size_t count,
                  Empties empties);
+  void fillSingly(PyObject* list, foundation::zorvandata::TapeReader& reader, size_t from,
+                  size_t end, Empties empties);
   size_t fillDecoded(PyObject* list, foundation::zorvandata::TapeReader& reader, size_t from,
                      size_t count, Empties empties);
   Shape& shapeOf(uint64_t shape);
 
   Decoder& decoder_;
+  TapeValues* outer_;
   const foundation::zorvandata::Tape& tape_;
   foundation::zorvandata::ShortVector<Shape, 8> shapes_;     // by number
   foundation::zorvandata::ShortVector<PyObject*, 24> keys_;  // held
   std::vector<Numbered> numbered_;                           // by number
-  bool isAscii_;                                             // all text of a long tape
+  bool decodesSingly_;                                       // texts, as they are short or ASCII
 };
 
 }  // namespace PythonZorvanDataArray::detail

@@ -3,6 +3,8 @@
 import codecs
 import pathlib
 import sys
+import time
+from collections import OrderedDict
 
 import numpy as np
 import numpy.ma  # its classes are asked about only when it is loaded
@@ -22,13 +24,17 @@ REFUSALS = (SystemError, TypeError, ValueError, RecursionError, OverflowError)
 SPARSE_DOUBLE = 31
 
 
-def decode(message):
+def read(message):
     """The value, or None when it was refused as it should be."""
     try:
-        value = py_pb.serialized_str_to_py(message)
+        return py_pb.serialized_str_to_py(message)
     except REFUSALS:
         return None
-    assert type(value) in (list, dict)
+
+
+def decode(message):
+    value = read(message)
+    assert value is None or type(value) in (list, dict)
     repr(value)  # every part of it can be looked at
     return value
 
@@ -164,6 +170,10 @@ def test_files_of_other_programs(content):
     decode(b"\x0a\xff\xff\xff\xff\x07" + content)  # as one array
 
 
+def stored(text):
+    return piece(CHAR, text_len=[2 * (len(text) + 1)], text=text)
+
+
 @pytest.mark.parametrize(
     "array",
     [
@@ -191,6 +201,8 @@ def test_files_of_other_programs(content):
         {"type": CELL, "tape": tape(cell(number(LOGICAL, 2)))},
         {"type": CELL, "tape": tape(cell(piece(CHAR, text_len=[0])))},
         {"type": CELL, "tape": tape(cell(piece(CHAR, text_len=[2**64 - 2], text=b"abc")))},
+        {"type": CELL, "dims": [1, 62], "tape": tape(run(  # a text only when they are joined
+            stored(b"\xc3"), stored(b"\xa9"), *[char("a" * 100)] * 60))},
         {"type": CELL, "tape": tape(cell(again(0)))},
         {"type": CELL, "tape": tape(cell(piece(0)))},
         {"type": CELL, "tape": tape(cell(piece(99)))},
@@ -288,6 +300,17 @@ BOMBS = {
     "names of many records": lambda messages: on_tape(
         messages, cell(*[record(STRUCT, 1, *[cell()] * 100)] * 500),
         shape(*(f"name {i}" for i in range(100)))),
+    "one long name of many records": lambda messages: on_tape(
+        messages,
+        cell(*[piece(GRID, CELL, 1, record(STRUCT, 1, number(INT64, 1)), counts=[1, 1])] * 16_000),
+        shape("k" * 100_000)),
+    "many names in a run": lambda messages: on_tape(
+        messages, run(*[record(STRUCT, 1, *[number(INT64, 1)] * 257)] * 1000),
+        shape(*(f"{i:1000}" for i in range(257)))),
+    "long names of classes": lambda messages: on_tape(
+        messages,
+        cell(*[record(VALUE_OBJECT, i, number(INT64, 1)) for i in (1, 2)] * 4000),
+        *(shape("k" * 100_000, class_name=name) for name in "AB")),
 }  # fmt: skip
 
 
@@ -297,7 +320,28 @@ BOMBS = {
 @pytest.mark.parametrize("name", BOMBS)
 def test_memory_is_bounded_by_the_size_of_the_message(messages, name):
     message = BOMBS[name](messages)
-    assert peak_of(lambda: decode(message)) < 200 * len(message) + 2**24
+    assert peak_of(lambda: read(message)) < 200 * len(message) + 2**24
+
+
+def texts_and_dictionaries():
+    texts = [f"unique text number {i}" for i in range(80_000)]
+    dictionaries = [OrderedDict([(1, "a"), ("s", i)]) for i in range(80_000)]
+    return py_pb.py_to_serialized_str(([texts, dictionaries],))
+
+
+SLOW_TO_READ = {
+    "many dictionaries beside much text": lambda messages: texts_and_dictionaries(),
+    "one bad text at the end": lambda messages: on_tape(
+        messages, run(*[stored(b"a")] * 160_000, stored(b"\xed\xa0\x80"))),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("name", SLOW_TO_READ)
+def test_time_grows_with_the_size_of_the_message(messages, name):
+    message = SLOW_TO_READ[name](messages)
+    start = time.process_time()
+    read(message)
+    assert time.process_time() - start < 5  # quadratic growth takes more than ten
 
 
 # ---- objects ----
