@@ -54,6 +54,8 @@ class TapeReader {
     if (takesNumber(length)) ++numbered_;
     return {std::exchange(text_, text_ + length), length};
   }
+  // How many texts took a number so far.
+  size_t numberedTexts() const { return numbered_; }
   // Of the text that a number stands for here: how many took a number before it; and its bytes.
   size_t serialOf(uint64_t code) const {
     const size_t last = numbered_ - 1;

@@ -145,14 +145,24 @@ PyObject* TapeValues::makeText(TapeReader& reader, Empties empties) {
   if (TapeReader::isNumber(code)) return makeNumbered(reader, code);
   if (TapeReader::isMissing(code)) return Py_NewRef(Py_None);
   if (empties == Empties::kAsLists && TapeReader::lengthOf(code) == 0) return makeEmptyList();
-  return detail::makeText(reader.spelled(code)).release();
+  const std::string_view text = reader.spelled(code);
+  auto made = detail::makeText(text);
+  if (tape_.repeatsTexts && takesNumber(text.size())) {
+    const size_t serial = reader.numberedTexts() - 1;
+    numbered(serial) = {PyObjectWithGuard::newReference(made.get()), serial};
+  }
+  return made.release();
 }
 
-// All that stand again with one number, while it stands for one text, are one object.
-PyObject* TapeValues::makeNumbered(const TapeReader& reader, uint64_t code) {
+TapeValues::Numbered& TapeValues::numbered(size_t serial) {
   if (numbered_.empty()) numbered_.resize(kTextNumbers);
-  Numbered& known = numbered_[static_cast<size_t>(code / 2)];
+  return numbered_[serial % kTextNumbers];
+}
+
+// A text that stands again is the object that it was where it stood first, or was met first.
+PyObject* TapeValues::makeNumbered(const TapeReader& reader, uint64_t code) {
   const size_t serial = reader.serialOf(code);
+  Numbered& known = numbered(serial);
   if (!known.text || known.serial != serial) {
     known = {detail::makeText(tape_.numberedText(serial)), serial};
   }

@@ -50,6 +50,7 @@ class TapeValues {
                          const foundation::zorvandata::ContainerHead& head);
   PyObject* makeObject(foundation::zorvandata::TapeReader& reader);
   PyObject* makeArray(foundation::zorvandata::TapeReader& reader, Empties empties);
+  Numbered& numbered(size_t serial);
   PyObject* makeNumbered(const foundation::zorvandata::TapeReader& reader, uint64_t code);
   bool fillUniform(PyObject* list, foundation::zorvandata::TapeReader& reader, size_t count,
                    Empties empties);
@@ -66,7 +67,7 @@ class TapeValues {
   const foundation::zorvandata::Tape& tape_;
   foundation::zorvandata::ShortVector<Shape, 8> shapes_;     // by number
   foundation::zorvandata::ShortVector<PyObject*, 24> keys_;  // held
-  std::vector<Numbered> numbered_;                           // by number
+  std::vector<Numbered> numbered_;                           // by serial, going round
   bool decodesSingly_;                                       // texts, as they are short or ASCII
 };
 
