@@ -303,8 +303,12 @@ def test_keys_and_columns_as_they_were_when_they_were_walked(place):
             return self.callback()
 
     def framed(run):
-        odd = pd.Series([PLACES[place](1, run), *[1] * (len(buffer) - 1)], dtype=object)
-        return pd.DataFrame({"n": buffer, "o": odd}, copy=False)
+        turn = idle  # until the frame is made: old pandas asks items for their length
+        item = PLACES[place](1, lambda: turn())
+        odd = pd.Series([item, *[1] * (len(buffer) - 1)], dtype=object)
+        frame = pd.DataFrame({"n": buffer, "o": odd}, copy=False)
+        turn = run
+        return frame
 
     for size in (3, 600):
         buffer = np.arange(1, size + 1)
