@@ -10,6 +10,7 @@
 #include "zorvandata/distinct_names.h"
 #include "zorvandata/exception.h"
 #include "zorvandata/limits.h"
+#include "zorvandata/require.h"
 #include "zorvandata/tape_check.h"
 #include "zorvandata/text.h"
 
@@ -18,14 +19,6 @@ namespace {
 
 using namespace zorvandata;   // NOLINT: the vocabulary of this file
 using namespace array_field;  // NOLINT: the vocabulary of this file
-
-[[noreturn, gnu::cold, gnu::noinline]] void refuse(const char* what) {
-  throw MalformedMessageException(what);
-}
-
-inline void require(bool holds, const char* what) {
-  if (__builtin_expect(!holds, 0)) refuse(what);
-}
 
 // Reads fields that stand once, each at its place in a table of views.
 template <size_t kCount>
@@ -208,11 +201,7 @@ bool areRepeated(std::string_view codes) {
 // Texts of an array; `mayMiss` is true for strings.
 void checkTexts(const ArrayFields& fields, bool mayMiss) {
   checkTextCodes(fields[kTextLen], fields[kText], fields.elements, mayMiss);
-  if (isAscii(fields[kText])) return;
-  TextCursor texts(reinterpret_cast<const uint8_t*>(fields[kTextLen].data()), fields[kText].data());
-  for (size_t i = fields.elements; i > 0; --i) {
-    if (const auto text = texts.next()) checkUtf8(*text);
-  }
+  zorvandata::checkTexts(fields[kTextLen], fields[kText]);
 }
 
 // The next repeated field of that number, which must be there, from a position on that moves past

@@ -4,9 +4,8 @@
 #include <vector>
 
 #include "zorvandata/array_impl.h"
-#include "zorvandata/exception.h"
 #include "zorvandata/tape_reader.h"
-#include "zorvandata/text.h"
+#include "zorvandata/texts.h"
 
 namespace foundation::zorvandata {
 
@@ -36,18 +35,7 @@ std::shared_ptr<const Tape> Tape::share() const {
 
 void Tape::checkTexts() const {
   if (isTextChecked) return;
-  isTextChecked = isAscii(text);
-  if (isTextChecked) return;
-  const auto* codes = reinterpret_cast<const uint8_t*>(textLengths.data());
-  const uint8_t* end = codes + textLengths.size();
-  size_t at = 0;
-  while (codes != end) {
-    const uint64_t code = readVarint(codes);
-    if (TapeReader::isNumber(code) || TapeReader::isMissing(code)) continue;
-    const size_t length = TapeReader::lengthOf(code);
-    checkUtf8(text.substr(at, length));
-    at += length;
-  }
+  zorvandata::checkTexts(textLengths, text);
   isTextChecked = true;
 }
 

@@ -29,6 +29,14 @@ enum : uint8_t {
 
 constexpr uint8_t kindOf(ArrayType type) { return static_cast<uint8_t>(type); }
 
+// The type of the item of which the kinds begin here; not of a child.
+constexpr ArrayType typeOf(const uint8_t* kinds) {
+  if (*kinds == kind::kDense) return static_cast<ArrayType>(kinds[1]);
+  if (*kinds == kind::kStrings) return ArrayType::ZORVAN_STRING;
+  const uint8_t type = *kinds == kind::kGrid ? kinds[1] : *kinds;
+  return type == kind::kRun ? ArrayType::CELL : static_cast<ArrayType>(type);
+}
+
 // So many bytes of kinds may be read for each byte of values that an element of a run has.
 constexpr size_t kKindsAValue = 4;
 

@@ -49,8 +49,12 @@ int64_t integerOf(ArrayType type, const void* element) {
 
 }  // namespace
 
-void TapeBuilder::enter() {
+void TapeBuilder::requireLevel() const {
   if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+}
+
+void TapeBuilder::enter() {
+  requireLevel();
   ++depth_;
 }
 
@@ -88,7 +92,7 @@ void TapeBuilder::scalar(ArrayType type, const void* element) {
 }
 
 uint8_t* TapeBuilder::dense(ArrayType type, const Dimensions& dims) {
-  if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+  requireLevel();
   putKind(kind::kDense);
   putKind(kindOf(type));
   putExtents(dims);
@@ -99,7 +103,7 @@ uint8_t* TapeBuilder::dense(ArrayType type, const Dimensions& dims) {
 }
 
 void TapeBuilder::child(const Array& array) {
-  if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+  requireLevel();
   putKind(kind::kChild);
   children_.push_back(array);
 }
@@ -127,7 +131,7 @@ void TapeBuilder::stringArray(const Array& array) {
 }
 
 void TapeBuilder::openStrings(const Dimensions& dims) {
-  if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+  requireLevel();
   putKind(kind::kStrings);
   putExtents(dims);
 }
@@ -359,7 +363,7 @@ void TapeBuilder::openRecord(ArrayType type, uint64_t shape) {
 
 void TapeBuilder::openRecords(ArrayType type, uint64_t shape, const Dimensions& dims) {
   // The cells of values that follow stand for the level of the records.
-  if (depth_ >= kMaxNesting) throw NestingTooDeepException();
+  requireLevel();
   putKind(kind::kGrid);
   putExtents(dims);
   putKind(kindOf(type), shape);
@@ -511,14 +515,8 @@ void TapeBuilder::copyText(uint8_t* out) const {
 }
 
 ArrayType TapeBuilder::outermostType() const {
-  const uint8_t kind = kinds_.data()[0];
-  if (kind == kind::kRun) return ArrayType::CELL;
-  if (kind == kind::kDense) return static_cast<ArrayType>(kinds_.data()[1]);
-  if (kind == kind::kStrings) return ArrayType::ZORVAN_STRING;
-  if (kind == kind::kChild) return children_.front().getType();
-  if (kind != kind::kGrid) return static_cast<ArrayType>(kind);
-  const uint8_t inner = kinds_.data()[1];
-  return inner == kind::kRun ? ArrayType::CELL : static_cast<ArrayType>(inner);
+  const uint8_t* kinds = kinds_.data();
+  return *kinds == kind::kChild ? children_.front().getType() : typeOf(kinds);
 }
 
 namespace {

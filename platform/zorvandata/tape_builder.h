@@ -208,6 +208,7 @@ class TapeBuilder {
   void stringArray(const Array& array);
   void container(const Array& array);
   void copyContainer(TapeReader& reader);
+  void requireLevel() const;  // for one item more; throws NestingTooDeepException
   void enter();
   void leave() { --depth_; }
 

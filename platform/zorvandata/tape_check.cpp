@@ -8,19 +8,12 @@
 #include "zorvandata/distinct_names.h"
 #include "zorvandata/exception.h"
 #include "zorvandata/limits.h"
+#include "zorvandata/require.h"
 #include "zorvandata/tape_reader.h"
 #include "zorvandata/text.h"
 
 namespace foundation::zorvandata {
 namespace {
-
-[[noreturn, gnu::cold, gnu::noinline]] void refuse(const char* what) {
-  throw MalformedMessageException(what);
-}
-
-inline void require(bool holds, const char* what) {
-  if (__builtin_expect(!holds, 0)) refuse(what);
-}
 
 // The rest of a stream.
 class Stream {

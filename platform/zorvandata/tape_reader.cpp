@@ -50,6 +50,11 @@ std::optional<std::string_view> TapeReader::text() {
   return spelled(code);
 }
 
+void TapeReader::skipText() {
+  const uint64_t code = textCode();
+  if (!isNumber(code) && !isMissing(code)) spelled(code);
+}
+
 std::optional<std::string_view> TapeReader::checkedText() {
   const auto utf8 = text();
   if (utf8 && !tape_->isTextChecked) checkUtf8(*utf8);
@@ -70,23 +75,10 @@ Dimensions TapeReader::extents() {
 }
 
 ArrayType TapeReader::type() const {
-  switch (peek()) {
-    case kind::kRun:
-      return ArrayType::CELL;
-    case kind::kGrid:
-      return kinds_[1] == kind::kRun ? ArrayType::CELL : static_cast<ArrayType>(kinds_[1]);
-    case kind::kDense:
-      return static_cast<ArrayType>(kinds_[1]);
-    case kind::kStrings:
-      return ArrayType::ZORVAN_STRING;
-    case kind::kChild: {
-      TapeReader copy = *this;
-      copy.kind();
-      return copy.child().getType();
-    }
-    default:
-      return static_cast<ArrayType>(peek());
-  }
+  if (peek() != kind::kChild) return typeOf(kinds_);
+  TapeReader copy = *this;
+  copy.kind();
+  return copy.child().getType();
 }
 
 ContainerHead::ContainerHead(TapeReader& reader) {
@@ -129,21 +121,15 @@ void TapeReader::skip() {
       return;
     }
     case kind::kStrings:
-      for (size_t i = extents().elements(); i > 0; --i) {
-        const uint64_t code = textCode();
-        if (!isNumber(code) && !isMissing(code)) spelled(code);
-      }
+      for (size_t i = extents().elements(); i > 0; --i) skipText();
       return;
     default:
       break;
   }
   switch (type) {
     case ArrayType::CHAR:
-    case ArrayType::ZORVAN_STRING: {
-      const uint64_t code = textCode();
-      if (!isNumber(code) && !isMissing(code)) spelled(code);
-      return;
-    }
+    case ArrayType::ZORVAN_STRING:
+      return skipText();
     case ArrayType::COMPLEX_DOUBLE:
     case ArrayType::COMPLEX_SINGLE:
       real();

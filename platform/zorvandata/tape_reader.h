@@ -90,6 +90,7 @@ class TapeReader {
   Array container() const;
   Array scalar(ArrayType type);
   std::optional<std::string_view> checkedText();
+  void skipText();
   const Tape* tape_;
   const uint8_t* kinds_;
   const uint8_t* counts_;

@@ -12,24 +12,8 @@ bool isHighSurrogate(char32_t c) { return c >= 0xD800 && c < 0xDC00; }
 bool isLowSurrogate(char32_t c) { return c >= 0xDC00 && c < 0xE000; }
 
 void appendUtf8(char32_t c, std::string& out) {
-  const auto tail = [&out](char32_t bits) {
-    out.push_back(static_cast<char>(0x80 | (bits & 0x3F)));
-  };
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    tail(c);
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    tail(c >> 6);
-    tail(c);
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    tail(c >> 12);
-    tail(c >> 6);
-    tail(c);
-  }
+  char bytes[kLongestCodePoint];
+  out.append(bytes, writeUtf8(c, bytes));
 }
 
 // Reads the code point at `at`, which must be inside the text, and moves past it.

@@ -11,6 +11,30 @@ namespace foundation::zorvandata {
 
 bool isAscii(std::string_view text);
 
+constexpr size_t kLongestCodePoint = 4;
+
+// Writes a code point, a surrogate too, to where there is room for kLongestCodePoint bytes; returns
+// the end.
+inline char* writeUtf8(char32_t c, char* out) {
+  const auto tail = [](char32_t bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
+  if (c < 0x80) {
+    *out++ = static_cast<char>(c);
+  } else if (c < 0x800) {
+    *out++ = static_cast<char>(0xC0 | c >> 6);
+    *out++ = tail(c);
+  } else if (c < 0x10000) {
+    *out++ = static_cast<char>(0xE0 | c >> 12);
+    *out++ = tail(c >> 6);
+    *out++ = tail(c);
+  } else {
+    *out++ = static_cast<char>(0xF0 | c >> 18);
+    *out++ = tail(c >> 12);
+    *out++ = tail(c >> 6);
+    *out++ = tail(c);
+  }
+  return out;
+}
+
 std::string toUtf8(std::u16string_view units);
 
 // Throws InvalidTextException when the bytes are no UTF-8 of the kind described above.

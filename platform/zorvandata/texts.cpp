@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "zorvandata/tape_reader.h"
+#include "zorvandata/text.h"
 
 namespace foundation::zorvandata {
 
@@ -21,6 +22,20 @@ std::optional<std::string_view> TextCursor::next() {
     ++count_;
   }
   return text;
+}
+
+void checkTexts(std::string_view codes, std::string_view bytes) {
+  if (isAscii(bytes)) return;
+  const auto* next = reinterpret_cast<const uint8_t*>(codes.data());
+  const uint8_t* end = next + codes.size();
+  size_t at = 0;
+  while (next != end) {
+    const uint64_t code = readVarint(next);
+    if (TapeReader::isNumber(code) || TapeReader::isMissing(code)) continue;
+    const size_t length = TapeReader::lengthOf(code);
+    checkUtf8(bytes.substr(at, length));
+    at += length;
+  }
 }
 
 Texts Texts::missing(size_t count) { return Texts(count, Buffer::zeros(count), Buffer(), false); }

@@ -56,6 +56,10 @@ class Texts {
   mutable std::shared_ptr<const std::vector<Place>> index_;
 };
 
+// Throws InvalidTextException unless all texts are of the kind that text.h has; codes and bytes
+// must go together. One that is told by its number is looked at where it is spelled out.
+void checkTexts(std::string_view codes, std::string_view bytes);
+
 // Steps over texts, in order.
 class TextCursor {
  public:

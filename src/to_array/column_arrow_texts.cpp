@@ -11,7 +11,6 @@
 #include "types/ndpy_array_bridge.h"
 #include "util/reference.h"
 #include "zorvandata/array_impl.h"
-#include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -226,9 +225,9 @@ std::optional<Texts> readArrowTexts(PyObject* series) {
   Texts texts(count, Buffer::copyOf(codes.data(), codes.size()),
               isOnePiece ? sharedTexts(pieces->front()) : joinedTexts(*pieces), false);
   const bool isTrusted = isOnePiece && pieces->front().offsetWidth == sizeof(int64_t);
-  if (!isTrusted &&
-      !foundation::zorvandata::isAscii({bytesOf(texts.bytes()), texts.bytes().size()})) {
-    texts.forEach([](const auto& text) { foundation::zorvandata::checkUtf8(*text); });
+  if (!isTrusted) {
+    foundation::zorvandata::checkTexts({bytesOf(texts.codes()), texts.codes().size()},
+                                       {bytesOf(texts.bytes()), texts.bytes().size()});
   }
   return texts;
 }

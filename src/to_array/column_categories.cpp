@@ -131,14 +131,6 @@ class CategoricalOfCodes {
   const PyObjectWithGuard& categories_;
 };
 
-bool arePlain(const PyObjectWithGuard& list) {
-  const auto count = static_cast<size_t>(PyList_Size(list.get()));
-  for (size_t i = 0; i < count; ++i) {
-    if (!isPlain(listItem(list, i).get())) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 Array handleCategoricalColumn(FrameColumns& columns, PyObject* series) {
@@ -148,7 +140,7 @@ Array handleCategoricalColumn(FrameColumns& columns, PyObject* series) {
   std::optional<Array> codes = PythonNdPyArray::arrayFromBuffer(numbers.get());
   if (!codes) throw PythonErrorSet();
   // The text of a category of a class of its own is made by code that may change the codes.
-  if (!arePlain(categories)) {
+  if (!arePlain(categories.get())) {
     columns.beforeForeignCode();
     codes = makeDense(codes->getType(), codes->dimensions(), codes->impl().buffer().settled());
   }

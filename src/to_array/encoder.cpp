@@ -8,6 +8,7 @@
 #include "util/reference.h"
 #include "zorvandata/limits.h"
 #include "zorvandata/tape_reader.h"
+#include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
 
@@ -17,9 +18,11 @@ using foundation::zorvandata::Buffer;
 using foundation::zorvandata::ByteStream;
 using foundation::zorvandata::Dimensions;
 using foundation::zorvandata::kindOf;
+using foundation::zorvandata::kLongestCodePoint;
 using foundation::zorvandata::kLongestVarint;
 using foundation::zorvandata::kMaxNesting;
 using foundation::zorvandata::TapeBuilder;
+using foundation::zorvandata::writeUtf8;
 using foundation::zorvandata::writeVarint;
 using foundation::zorvandata::zigzag;
 using PythonUtil::checked;
@@ -59,27 +62,6 @@ int64_t integerOf(PyObject* exactInt) {
 // Whether a text of so many characters is long enough to be lent to the tape.
 bool isLent(Py_ssize_t length) {
   return length >= static_cast<Py_ssize_t>(foundation::zorvandata::kLentTextFrom);
-}
-
-// Writes a code point that is no surrogate; returns the end.
-char* putUtf8(Py_UCS4 c, char* out) {
-  const auto tail = [](Py_UCS4 bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
-  if (c < 0x80) {
-    *out++ = static_cast<char>(c);
-  } else if (c < 0x800) {
-    *out++ = static_cast<char>(0xC0 | c >> 6);
-    *out++ = tail(c);
-  } else if (c < 0x10000) {
-    *out++ = static_cast<char>(0xE0 | c >> 12);
-    *out++ = tail(c >> 6);
-    *out++ = tail(c);
-  } else {
-    *out++ = static_cast<char>(0xF0 | c >> 18);
-    *out++ = tail(c >> 12);
-    *out++ = tail(c >> 6);
-    *out++ = tail(c);
-  }
-  return out;
 }
 
 // References to the keys and values of a dict, as they are when it is walked.
@@ -125,7 +107,6 @@ Level::Level(const Encoder& encoder) {
     PyErr_Format(PyExc_RecursionError, "nesting deeper than %d levels not supported", kMaxNesting);
     throw PythonErrorSet();
   }
-  if (Py_EnterRecursiveCall(" while converting a nested value") != 0) throw PythonErrorSet();
 }
 
 void Encoder::append(PyObject* obj, const ConversionOptions& options) {
@@ -256,7 +237,6 @@ void Encoder::appendDict(PyObject* dict) {
 template <class Use>
 void Encoder::withUtf8(PyObject* str, const Use& use) {
   constexpr Py_ssize_t kShort = 256;
-  constexpr size_t kLongestCharacter = 4;
   const Py_ssize_t length = PyUnicode_GetLength(str);
   if (lastWasAscii_ && !isLent(length)) {
     Py_ssize_t size = 0;
@@ -268,11 +248,11 @@ void Encoder::withUtf8(PyObject* str, const Use& use) {
   if (length <= kShort) {
     Py_UCS4 units[kShort + 1];
     if (!PyUnicode_AsUCS4(str, units, kShort + 1, 0)) throw PythonErrorSet();
-    char utf8[kLongestCharacter * kShort];
+    char utf8[kLongestCodePoint * kShort];
     char* end = utf8;
     for (Py_ssize_t i = 0; i < length; ++i) {
       if ((units[i] & ~Py_UCS4{0x7FF}) == 0xD800) failToEncode(str);
-      end = putUtf8(units[i], end);
+      end = writeUtf8(units[i], end);
     }
     const auto size = static_cast<size_t>(end - utf8);
     lastWasAscii_ = size == static_cast<size_t>(length);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "to_array/dict_shapes.h"
+#include "util/nested_call.h"
 #include "util/py_object_guard.h"
 #include "util/python_error.h"
 #include "zorvandata/array.h"
@@ -112,9 +113,9 @@ class Encoder {
 class Level {
  public:
   explicit Level(const Encoder& encoder);
-  ~Level() { Py_LeaveRecursiveCall(); }
-  Level(const Level&) = delete;
-  Level& operator=(const Level&) = delete;
+
+ private:
+  PythonUtil::NestedCall call_;
 };
 
 // The one value of an encoder, which has it no more, as an array.

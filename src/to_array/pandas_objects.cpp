@@ -76,6 +76,15 @@ bool isPlain(PyObject* obj) {
          type == &PyBool_Type || obj == Py_None;
 }
 
+bool arePlain(PyObject* sequence) {
+  const Py_ssize_t count = PySequence_Size(sequence);
+  if (count < 0) throw PythonErrorSet();
+  for (Py_ssize_t i = 0; i < count; ++i) {
+    if (!isPlain(checked(PySequence_GetItem(sequence, i)).get())) return false;
+  }
+  return true;
+}
+
 void refuseColumnItem(PyObject* item) {
   PyErr_Clear();  // of the item's conversion: asking for names calls what must not see it pending
   PythonUtil::raise(PyExc_TypeError,

@@ -35,6 +35,8 @@ bool isPandasSeries(PyObject* obj);
 // Of a type of the interpreter's own, the values of which convert and have a `str` without running
 // any Python code.
 bool isPlain(PyObject* obj);
+// Whether all items of a sequence are; throws.
+bool arePlain(PyObject* sequence);
 
 // Reports that an item of this one's type has no way over in a column.
 [[noreturn]] void refuseColumnItem(PyObject* item);

@@ -115,22 +115,12 @@ void addSuffixToDuplicateColumns(Encoder& to, PyObject* frame) {
   check(PyObject_SetAttrString(frame, "columns", list.get()));
 }
 
-bool arePlain(const PyObjectWithGuard& names) {
-  const size_t count = sizeOf(names.get());
-  for (size_t i = 0; i < count; ++i) {
-    if (!isPlain(checked(PySequence_GetItem(names.get(), static_cast<Py_ssize_t>(i))).get())) {
-      return false;
-    }
-  }
-  return true;
-}
-
 // The frame with its index as columns, unless that counts the rows.
 PyObjectWithGuard withIndexAsColumns(Encoder& to, PyObject* obj) {
   if (isRowIndexDefault(obj)) return PyObjectWithGuard::newReference(obj);
   // Names of the index are compared with those of the columns, which may have code of their own.
   const auto indexNames = attributeOf(attributeOf(obj, "index").get(), "names");
-  if (!arePlain(indexNames) || !arePlain(listOfNames(obj))) to.beforeForeignCode();
+  if (!arePlain(indexNames.get()) || !arePlain(listOfNames(obj).get())) to.beforeForeignCode();
   return resultOf(obj, "reset_index");
 }
 

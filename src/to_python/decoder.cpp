@@ -150,12 +150,12 @@ PyObjectWithGuard Decoder::array(const Array& array) {
 }
 
 PyObjectWithGuard Decoder::list(const Items& items, Empties empties) {
+  const OnTape values(*this, items);
   const std::vector<TapeItems>& parts = items.onTape();
   if (parts.size() == 1) {
     TapeReader reader = parts[0].first();
-    return OnTape(*this, items)->list(reader, parts[0].size(), parts[0].isRun(), empties);
+    return values->list(reader, parts[0].size(), parts[0].isRun(), empties);
   }
-  const OnTape allItems(*this, items);
   auto list = checked(PyList_New(static_cast<Py_ssize_t>(items.size())));
   for (size_t i = 0; i < items.size(); ++i) {
     const Array item = items.get(i);

@@ -5,6 +5,7 @@
 
 #include "to_python/numbers.h"
 #include "util/message_catalogue.h"
+#include "util/nested_call.h"
 #include "zorvandata/text.h"
 
 namespace PythonZorvanDataArray::detail {
@@ -20,6 +21,7 @@ using foundation::zorvandata::takesNumber;
 using foundation::zorvandata::Tape;
 using foundation::zorvandata::TapeReader;
 using PythonUtil::checked;
+using PythonUtil::NestedCall;
 using PythonUtil::PyObjectWithGuard;
 using PythonUtil::PythonErrorSet;
 
@@ -27,17 +29,6 @@ namespace {
 
 // Longer structs seldom come twice.
 constexpr size_t kManyKeys = 256;
-
-// The interpreter's own check, on top of the bound that the message kept.
-class Level {
- public:
-  Level() {
-    if (Py_EnterRecursiveCall(" while converting a nested value") != 0) throw PythonErrorSet();
-  }
-  ~Level() { Py_LeaveRecursiveCall(); }
-  Level(const Level&) = delete;
-  Level& operator=(const Level&) = delete;
-};
 
 PyObject* orThrow(PyObject* newReference) {
   if (!newReference) throw PythonErrorSet();
@@ -177,7 +168,7 @@ PyObject* TapeValues::makeList(TapeReader& reader) {
 }
 
 PyObjectWithGuard TapeValues::list(TapeReader& reader, size_t count, bool isRun, Empties empties) {
-  const Level level;
+  const NestedCall call;
   auto list = checked(PyList_New(static_cast<Py_ssize_t>(count)));
   const uint8_t* first = reader.mark();
   if (isRun && count > 0 && fillUniform(list.get(), reader, count, empties)) return list;
@@ -278,7 +269,7 @@ TapeValues::Shape& TapeValues::shapeOf(uint64_t number) {
 }
 
 PyObject* TapeValues::makeDict(TapeReader& reader) {
-  const Level level;
+  const NestedCall call;
   const ContainerHead head(reader);
   Shape& shape = shapeOf(head.shape);
   const bool isFirst = !std::exchange(shape.isMet, true);
